@@ -1,0 +1,35 @@
+#pragma once
+
+#include <draizu/draizu_export.h>
+
+/// The library's long waits, in milliseconds. Each has a fixed default; a test may shorten
+/// one through setForTesting, and every reader of a wait asks here at the moment it waits.
+/// Safe from any thread.
+class DRAIZU_EXPORT LN_Waits
+{
+public:
+    enum Wait {
+        RequestIdle,          ///< 300000: an unanswered request that has reported, then gone silent
+        ProgressInterval,     ///< 100: at most one PROGRESS per request this often
+        SocketConnect,        ///< 30000: connecting to the client's local server
+        NetworkStall,         ///< 30000: a download that receives nothing
+        LoginAbort,           ///< 30000: a login request
+        OserverStart,         ///< 1000: waiting for the local oserver to start
+        OserverStop,          ///< 10000: synchronous stop of the local oserver
+        ServiceStartPoll,     ///< 5000: polling a service that starts
+        ServiceStopPoll,      ///< 10000: polling a service that stops
+        ServiceProcessExit,   ///< 10000: waiting for a stopped service's process
+        ServiceDeletePoll,    ///< 30000: polling a service that is being deleted
+        ServicePollStep,      ///< 500: one step of every service poll
+        CopyRetry,            ///< 200: pause before a copy is retried
+        ChildTerminate,       ///< 30000: a child process after terminate()
+        WaitCount
+    };
+
+    static int ms(Wait wait);
+    static int defaultMs(Wait wait);
+
+    /// Replaces one wait for the rest of the process, or until resetForTesting.
+    static void setForTesting(Wait wait, int ms);
+    static void resetForTesting();
+};
