@@ -1,0 +1,7 @@
+#pragma once
+
+/// An open file of the operating system: a file descriptor on POSIX systems.
+using LN_NativeHandle = int;
+
+/// The value of a handle that refers to no file.
+inline constexpr LN_NativeHandle LN_InvalidNativeHandle = -1;
