@@ -1,0 +1,111 @@
+#pragma once
+
+#include <draizu/api/LN_ApiHandlerValueException.h>
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QString>
+#include <QStringList>
+
+#include <cmath>
+#include <concepts>
+#include <limits>
+#include <type_traits>
+
+/// Conversion of one JSON argument to the type an API function declares. A value that does not
+/// convert exactly (a string for a number, 1.5 for an int, a number out of range) raises
+/// LN_ApiHandlerValueException. Specialise for further types where functions are defined.
+template <typename T>
+struct LN_ApiArgument;
+
+template <>
+struct LN_ApiArgument<QJsonValue>
+{
+    static QJsonValue from(QJsonValue const & value) { return value; }
+};
+
+template <>
+struct LN_ApiArgument<QString>
+{
+    static QString from(QJsonValue const & value)
+    {
+        if (!value.isString())
+            throw LN_ApiHandlerValueException();
+        return value.toString();
+    }
+};
+
+template <>
+struct LN_ApiArgument<bool>
+{
+    static bool from(QJsonValue const & value)
+    {
+        if (!value.isBool())
+            throw LN_ApiHandlerValueException();
+        return value.toBool();
+    }
+};
+
+template <std::integral T>
+    requires(!std::same_as<T, bool>)
+struct LN_ApiArgument<T>
+{
+    static T from(QJsonValue const & value)
+    {
+        if (!value.isDouble())
+            throw LN_ApiHandlerValueException();
+        double const number = value.toDouble();
+        // The bounds keep the cast defined: [min, 2^digits) is exactly T's range.
+        double const upper = std::ldexp(1.0, std::numeric_limits<T>::digits);
+        if (number != std::trunc(number) || number < static_cast<double>(std::numeric_limits<T>::min())
+            || number >= upper)
+            throw LN_ApiHandlerValueException();
+        return static_cast<T>(number);
+    }
+};
+
+template <std::floating_point T>
+struct LN_ApiArgument<T>
+{
+    static T from(QJsonValue const & value)
+    {
+        if (!value.isDouble())
+            throw LN_ApiHandlerValueException();
+        return static_cast<T>(value.toDouble());
+    }
+};
+
+template <>
+struct LN_ApiArgument<QJsonObject>
+{
+    static QJsonObject from(QJsonValue const & value)
+    {
+        if (!value.isObject())
+            throw LN_ApiHandlerValueException();
+        return value.toObject();
+    }
+};
+
+template <>
+struct LN_ApiArgument<QJsonArray>
+{
+    static QJsonArray from(QJsonValue const & value)
+    {
+        if (!value.isArray())
+            throw LN_ApiHandlerValueException();
+        return value.toArray();
+    }
+};
+
+template <>
+struct LN_ApiArgument<QStringList>
+{
+    static QStringList from(QJsonValue const & value)
+    {
+        QStringList result;
+        for (QJsonValue const & element : LN_ApiArgument<QJsonArray>::from(value))
+            result.append(LN_ApiArgument<QString>::from(element));
+        return result;
+    }
+};

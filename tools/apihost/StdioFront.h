@@ -1,0 +1,32 @@
+#pragma once
+
+#include <draizu/api/LN_ApiRequestEngine.h>
+
+#include <QByteArray>
+#include <QFile>
+#include <QObject>
+#include <QSocketNotifier>
+#include <QTextStream>
+
+
+/// Serves the request protocol on standard input and output. Replies go to standard output;
+/// the input is expected to end with a SHUTDOWN message.
+class StdioFront : public QObject
+{
+    Q_OBJECT
+
+public:
+    StdioFront();
+
+    LN_ApiRequestEngine & engine() { return engine_; }
+
+private:
+    void readInput_();
+
+    QFile output_;
+    QTextStream stream_;
+    LN_ApiRequestEngine engine_{stream_};
+    QSocketNotifier notifier_;
+    QByteArray buffer_;
+    QByteArray pending_;
+};
