@@ -1,12 +1,14 @@
 #include <draizu/api/LN_ApiMessageReader.h>
 
 #include <draizu/api/LN_ApiRequestEngine.h>
+#include <draizu/core/LN_Waits.h>
 
 #include <QStringList>
 
 using namespace Qt::StringLiterals;
 
-LN_ApiMessageReader::Outcome LN_ApiMessageReader::takeMessage(QByteArray & buffer, Message & message)
+LN_ApiMessageReader::Outcome LN_ApiMessageReader::takeMessage(QByteArray & buffer, Message & message,
+                                                              bool acceptShortBody)
 {
     qsizetype const lineEnd = buffer.indexOf("\r\n");
     if (lineEnd < 0)
@@ -40,6 +42,8 @@ LN_ApiMessageReader::Outcome LN_ApiMessageReader::takeMessage(QByteArray & buffe
 
     qsizetype const bodyStart = lineEnd + 2;
     qsizetype const available = buffer.size() - bodyStart;
+    if (!acceptShortBody && length > available)
+        return Outcome::ShortBody;
     qsizetype const taken = length < 0 ? available : std::min<qsizetype>(length, available);
     message.body.content = QString::fromUtf8(buffer.constData() + bodyStart, taken);
     buffer.remove(0, bodyStart + taken);
@@ -48,8 +52,10 @@ LN_ApiMessageReader::Outcome LN_ApiMessageReader::takeMessage(QByteArray & buffe
 
 void LN_ApiMessageReader::serve(QByteArray & buffer, LN_ApiRequestEngine & engine, QTextStream & stream,
                                 std::function<bool()> const & isOpen,
-                                std::function<QByteArray()> const & readAvailable)
+                                std::function<QByteArray()> const & readAvailable,
+                                std::function<bool(int ms)> const & waitForMore)
 {
+    bool acceptShortBody = false;
     for (;;) {
         try {
             if (!isOpen() || engine.hasShutdown())
@@ -59,9 +65,14 @@ void LN_ApiMessageReader::serve(QByteArray & buffer, LN_ApiRequestEngine & engin
                 return;
 
             Message message;
-            Outcome const outcome = takeMessage(buffer, message);
+            Outcome const outcome = takeMessage(buffer, message, acceptShortBody);
             if (outcome == Outcome::NeedMore)
                 return;
+            if (outcome == Outcome::ShortBody) {
+                acceptShortBody = !waitForMore(LN_Waits::ms(LN_Waits::RequestBody));
+                continue;
+            }
+            acceptShortBody = false;
             if (outcome == Outcome::BadHeader) {
                 LN_ApiRequest::sendFatal(stream, LN_ApiRequest::Result_BadRequest, u"Badly formatted request."_s,
                                          LN_ApiRequest::Protocol_V1);

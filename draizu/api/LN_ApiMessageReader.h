@@ -27,19 +27,23 @@ struct Message
 enum class Outcome {
     NeedMore,  ///< no whole header line yet
     BadHeader, ///< a header line without words; the buffer is left as it was
+    ShortBody, ///< the body has not arrived in full, and a short body was not accepted
     Taken,     ///< a message was read and removed from the buffer
 };
 
-/// Reads one message from the front of the buffer. A body that has not arrived in full is
-/// not waited for: the message goes on with what there is.
-DRAIZU_EXPORT Outcome takeMessage(QByteArray & buffer, Message & message);
+/// Reads one message from the front of the buffer. With `acceptShortBody`, a body that has not
+/// arrived in full goes on with what there is, and what comes later is read as the next header.
+DRAIZU_EXPORT Outcome takeMessage(QByteArray & buffer, Message & message, bool acceptShortBody = true);
 
 /// The read loop of one front, run at each arrival of data. While `isOpen` holds and the
 /// engine has not shut down, it appends `readAvailable()` to the buffer and hands each whole
 /// message to the engine; a bad header line gets a FATAL on `stream` and stops the loop.
 /// The message leaves the buffer before the engine sees it, so a function that turns the event
 /// loop may re-enter this loop on the same buffer. Exceptions are reported as EXCEPTION.
+/// A body cut short is given `waitForMore(ms)` (true when more bytes came) for the rest, as the
+/// transport may split one write of the client; a body still short after that goes on short.
 DRAIZU_EXPORT void serve(QByteArray & buffer, LN_ApiRequestEngine & engine, QTextStream & stream,
-                         std::function<bool()> const & isOpen, std::function<QByteArray()> const & readAvailable);
+                         std::function<bool()> const & isOpen, std::function<QByteArray()> const & readAvailable,
+                         std::function<bool(int ms)> const & waitForMore);
 
 } // namespace LN_ApiMessageReader

@@ -16,6 +16,8 @@ class DRAIZU_EXPORT LN_ApiSocket : public QObject
 
 public:
     LN_ApiSocket();
+    /// Delivers what has been written before the connection goes.
+    ~LN_ApiSocket() override;
 
     /// Connects to the local server (a name or a full socket path), blocking for up to the
     /// socket connect wait. Returns 0 on success; 1 with the socket's error text otherwise.
@@ -30,9 +32,11 @@ Q_SIGNALS:
 
 private:
     void readMessages_();
+    void readWhileServing_();
 
     QLocalSocket socket_;
     QTextStream textStream_;
     LN_ApiRequestEngine engine_;
     QByteArray buffer_;
+    int readDepth_ = 0;
 };

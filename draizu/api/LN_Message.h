@@ -11,7 +11,7 @@
 /// the message goes.
 struct DRAIZU_EXPORT LN_Message
 {
-    enum Type {
+    enum Type : int {
         Progress = 0,
         Info = 1,
         Warning = 2,

@@ -20,6 +20,7 @@ constexpr std::array<int, LN_Waits::WaitCount> defaults = {
     500,    // ServicePollStep
     200,    // CopyRetry
     30000,  // ChildTerminate
+    500,    // RequestBody
 };
 
 // -1 means "not overridden"; atomics keep a test's setting visible to every thread.

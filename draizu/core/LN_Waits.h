@@ -23,6 +23,7 @@ public:
         ServicePollStep,      ///< 500: one step of every service poll
         CopyRetry,            ///< 200: pause before a copy is retried
         ChildTerminate,       ///< 30000: a child process after terminate()
+        RequestBody,          ///< 500: the rest of a request body that the transport split off
         WaitCount
     };
 

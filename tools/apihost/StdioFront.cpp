@@ -2,7 +2,10 @@
 
 #include <draizu/api/LN_ApiMessageReader.h>
 
+#include <QAbstractEventDispatcher>
+
 #include <cerrno>
+#include <poll.h>
 #include <unistd.h>
 #include <utility>
 
@@ -12,10 +15,33 @@ StdioFront::StdioFront()
     output_.open(stdout, QIODevice::WriteOnly | QIODevice::Unbuffered);
     stream_.setDevice(&output_);
     connect(&notifier_, &QSocketNotifier::activated, this, &StdioFront::readInput_);
+    QAbstractEventDispatcher const * dispatcher = QAbstractEventDispatcher::instance();
+    connect(dispatcher, &QAbstractEventDispatcher::aboutToBlock, this, &StdioFront::readWhileServing_);
+    connect(dispatcher, &QAbstractEventDispatcher::awake, this, &StdioFront::readWhileServing_);
+}
+
+void StdioFront::readWhileServing_()
+{
+    if (readDepth_ > 0 && notifier_.isEnabled())
+        readInput_();
 }
 
 void StdioFront::readInput_()
 {
+    if (!readChunk_(0))
+        return;
+    ++readDepth_;
+    LN_ApiMessageReader::serve(
+        buffer_, engine_, stream_, [] { return true; }, [this] { return std::exchange(pending_, QByteArray()); },
+        [this](int ms) { return readChunk_(ms); });
+    --readDepth_;
+}
+
+bool StdioFront::readChunk_(int waitMs)
+{
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    if (!notifier_.isEnabled() || ::poll(&input, 1, waitMs) <= 0)
+        return false;
     char chunk[65536];
     ssize_t count = 0;
     do {
@@ -24,9 +50,8 @@ void StdioFront::readInput_()
     if (count <= 0) {
         // End of input: a regular file or a closed pipe would report itself readable forever.
         notifier_.setEnabled(false);
-        return;
+        return false;
     }
     pending_.append(chunk, count);
-    LN_ApiMessageReader::serve(buffer_, engine_, stream_, [] { return true; },
-                               [this] { return std::exchange(pending_, QByteArray()); });
+    return true;
 }

@@ -10,7 +10,8 @@
 
 
 /// Serves the request protocol on standard input and output. Replies go to standard output;
-/// the input is expected to end with a SHUTDOWN message.
+/// the input is expected to end with a SHUTDOWN message. Like the local socket front, it goes on
+/// reading while a function works inside exec and turns the event loop.
 class StdioFront : public QObject
 {
     Q_OBJECT
@@ -22,6 +23,8 @@ public:
 
 private:
     void readInput_();
+    void readWhileServing_();
+    bool readChunk_(int waitMs);
 
     QFile output_;
     QTextStream stream_;
@@ -29,4 +32,5 @@ private:
     QSocketNotifier notifier_;
     QByteArray buffer_;
     QByteArray pending_;
+    int readDepth_ = 0;
 };

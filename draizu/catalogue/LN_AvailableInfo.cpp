@@ -1,0 +1,283 @@
+#include <draizu/catalogue/LN_AvailableInfo.h>
+
+#include <draizu/core/LN_Exception.h>
+#include <draizu/core/LN_JsonUtils.h>
+
+#include <QFile>
+#include <QJsonValue>
+#include <QSet>
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString const catalogueEntry = u"data/overview.json"_s;
+constexpr la_int64_t maximumCatalogueSize = 0x40000000;
+constexpr size_t archiveBlockSize = 10240;
+// A reader that keeps asking to be retried is not going to recover.
+constexpr int maximumRetries = 16;
+
+struct ArchiveReadFree
+{
+    void operator()(archive * reader) const { archive_read_free(reader); }
+};
+using ArchiveReader = std::unique_ptr<archive, ArchiveReadFree>;
+
+QString entryPathname(archive_entry * entry)
+{
+    if (char const * utf8 = archive_entry_pathname_utf8(entry))
+        return QString::fromUtf8(utf8);
+    if (char const * local = archive_entry_pathname(entry))
+        return QString::fromLocal8Bit(local);
+    return QString();
+}
+
+QDate dateValue(QJsonObject const & object, QString const & key)
+{
+    return QDate::fromString(object.value(key).toString(), Qt::ISODate);
+}
+
+QVersionNumber versionValue(QJsonValue const & value)
+{
+    return QVersionNumber::fromString(value.toString());
+}
+
+QList<LN_LicenseInfo> licensesValue(QJsonObject const & object)
+{
+    QList<LN_LicenseInfo> licenses;
+    QJsonArray const agreements = object.value(u"license agreements"_s).toArray();
+    licenses.reserve(agreements.size());
+    for (QJsonValue const & agreement : agreements)
+        licenses.append(LN_LicenseInfo(agreement.toObject()));
+    return licenses;
+}
+
+LN_PlatformInfo platformValue(QJsonObject const & object)
+{
+    return LN_PlatformInfo::fromStrings(object.value(u"os name"_s).toString(), object.value(u"compiler"_s).toString());
+}
+
+bool isGold(QJsonObject const & object)
+{
+    return object.value(u"release_type"_s).toString() == u"gold"_s;
+}
+
+} // namespace
+
+QList<LN_AvailableInfo> LN_AvailableInfo::fromJsonDocument(QJsonDocument const & document)
+{
+    if (!document.isArray())
+        throw LN_Exception("Expected JSON array.");
+
+    QList<LN_AvailableInfo> catalogue;
+    QJsonArray const blocks = document.array();
+    for (QJsonValue const & block : blocks)
+        catalogue.append(fromJson(block.toObject()));
+    return catalogue;
+}
+
+QList<LN_AvailableInfo> LN_AvailableInfo::fromJson(QJsonObject const & block)
+{
+    switch (block.value(u"format version"_s).toInt(0)) {
+    case 0:
+        return fromFormat0(block);
+    case 1:
+        return fromFormat1(block);
+    default:
+        // Written by a newer site for newer launchers.
+        return {};
+    }
+}
+
+QList<LN_AvailableInfo> LN_AvailableInfo::fromFormat0(QJsonObject const & block)
+{
+    LN_AvailableInfo header;
+    header.version = versionValue(block.value(u"version"_s));
+    if (header.version.isNull())
+        throw LN_Exception("Invalid version number");
+    header.tags = parseTags(block.value(u"tags"_s).toArray());
+    if (isGold(block))
+        header.tags.append(u"Production"_s);
+    header.buildType = block.value(u"build type"_s).toString();
+    header.releaseDate = dateValue(block, u"release date"_s);
+    QVersionNumber const minimumLauncherVersion = versionValue(block.value(u"minimum launcher version"_s));
+    if (minimumLauncherVersion.isNull())
+        throw LN_Exception("Invalid minimum launcher version number");
+    header.minimumLauncherVersions = {minimumLauncherVersion};
+    header.licenses = licensesValue(block);
+    header.platform = platformValue(block);
+
+    QList<LN_AvailableInfo> elements;
+    QJsonArray const products = block.value(u"products"_s).toArray();
+    elements.reserve(products.size());
+    for (QJsonValue const & product : products) {
+        LN_AvailableInfo element = header;
+        element.feature = LN_AvailableFeature(product.toObject(), element);
+        elements.append(std::move(element));
+    }
+    return elements;
+}
+
+QList<LN_AvailableInfo> LN_AvailableInfo::fromFormat1(QJsonObject const & block)
+{
+    QJsonValue const products = block.value(u"products"_s);
+    if (!products.isArray())
+        throw LN_Exception("Error: Expected array");
+    bool const gold = isGold(block);
+
+    QList<LN_AvailableInfo> elements;
+    QJsonArray const productArray = products.toArray();
+    for (QJsonValue const & productValue : productArray) {
+        if (!productValue.isObject())
+            throw LN_Exception("Error: Expected object");
+        QJsonObject const product = productValue.toObject();
+
+        LN_AvailableInfo header;
+        header.releaseDate = dateValue(product, u"release date"_s);
+        header.tags = parseTags(product.value(u"tags"_s).toArray());
+        if (gold)
+            header.tags.append(u"Production"_s);
+        header.version = versionValue(product.value(u"version"_s));
+        if (header.version.isNull())
+            throw LN_Exception("Invalid product version number");
+        header.oapiVersion = versionValue(product.value(u"oapi version"_s));
+
+        QJsonValue const minimum = product.value(u"minimum launcher version"_s);
+        if (minimum.isString()) {
+            header.minimumLauncherVersions = {versionValue(minimum)};
+        } else if (minimum.isArray()) {
+            QJsonArray const versions = minimum.toArray();
+            for (QJsonValue const & version : versions)
+                header.minimumLauncherVersions.append(versionValue(version));
+        } else {
+            throw LN_Exception("Invalid minimum launcher version number");
+        }
+
+        header.buildType = product.value(u"build type"_s).toString();
+        header.label = product.value(u"label"_s).toString();
+        header.platform = platformValue(product);
+        header.licenses = licensesValue(product);
+
+        LN_AvailableInfo element = header;
+        element.feature = LN_AvailableFeature(product, element);
+        elements.append(std::move(element));
+
+        QJsonArray const features = product.value(u"features"_s).toArray();
+        for (QJsonValue const & feature : features) {
+            LN_AvailableInfo featureElement = header;
+            featureElement.feature = LN_AvailableFeature(feature.toObject(), featureElement);
+            elements.append(std::move(featureElement));
+        }
+    }
+    return elements;
+}
+
+QStringList LN_AvailableInfo::parseTags(QJsonArray const & array)
+{
+    QStringList tags;
+    tags.reserve(array.size());
+    for (QJsonValue const & tag : array) {
+        if (!tag.isString())
+            throw LN_Exception(u"Invalid JSON. Expected string, got "_s + LN_JsonUtils::jsonTypeToString(tag));
+        tags.append(tag.toString());
+    }
+    return tags;
+}
+
+QList<LN_AvailableInfo> LN_AvailableInfo::fromFile(QString const & path)
+{
+    ArchiveReader reader(archive_read_new());
+    if (!reader)
+        return {};
+    if (archive_read_support_filter_none(reader.get()) != ARCHIVE_OK
+        || archive_read_support_format_all(reader.get()) != ARCHIVE_OK
+        || archive_read_open_filename(reader.get(), QFile::encodeName(path).constData(), archiveBlockSize)
+               != ARCHIVE_OK)
+        return {};
+
+    QList<LN_AvailableInfo> catalogue;
+    QSet<QString> seen;
+    int retries = 0;
+    for (;;) {
+        archive_entry * entry = nullptr;
+        int const status = archive_read_next_header(reader.get(), &entry);
+        if (status == ARCHIVE_EOF)
+            break;
+        if (status == ARCHIVE_RETRY && ++retries <= maximumRetries)
+            continue;
+        // Warnings too: an archive that cannot be read cleanly is not installed from.
+        if (status != ARCHIVE_OK)
+            return {};
+        retries = 0;
+
+        QString const name = entryPathname(entry);
+        seen.insert(name);
+        if (name != catalogueEntry)
+            continue;
+
+        la_int64_t const size = archive_entry_size(entry);
+        if (size < 0 || size > maximumCatalogueSize)
+            return {};
+        QByteArray bytes(qsizetype(size), Qt::Uninitialized);
+        la_ssize_t const read = archive_read_data(reader.get(), bytes.data(), size_t(size));
+        if (read < 0)
+            return {};
+        bytes.truncate(read);
+
+        LN_JsonUtils::JsonResult const json = LN_JsonUtils::jsonFromBytes(bytes);
+        if (json.isError())
+            return {};
+        catalogue.append(fromJson(json.value.object()));
+    }
+
+    // An installer must hold every content list that its catalogue names, one level deep.
+    QString const dataDirectory = u"data/"_s;
+    for (LN_AvailableInfo const & element : std::as_const(catalogue)) {
+        if (!seen.contains(dataDirectory + element.feature.files))
+            return {};
+        for (LN_AvailableFeature const & feature : element.feature.features) {
+            if (!seen.contains(dataDirectory + feature.files))
+                return {};
+        }
+    }
+    if (!seen.contains(catalogueEntry))
+        return {};
+    return catalogue;
+}
+
+bool LN_AvailableInfo::isOfflineArchiveFile(QString const & path)
+{
+    return !fromFile(path).isEmpty();
+}
+
+bool LN_AvailableInfo::hasSofsFiles() const
+{
+    if (!feature.sofsFiles.isEmpty())
+        return true;
+    QList<LN_AvailableFeature> pending = feature.features;
+    for (qsizetype i = 0; i < pending.size(); ++i) {
+        if (!pending.at(i).sofsFiles.isEmpty())
+            return true;
+        // Copied first: appending may move the list's storage under a reference into it.
+        QList<LN_AvailableFeature> const children = pending.at(i).features;
+        pending.append(children);
+    }
+    return false;
+}
+
+QString LN_AvailableInfo::toString() const
+{
+    QString const suffix = buildType.isEmpty() ? QString() : u"-"_s + buildType;
+    QString const labelPart = label.isEmpty() ? QString() : u" (%1)"_s.arg(label);
+    return version.toString() + suffix + labelPart + u" ("_s + labelPart + u')';
+}
+
+bool LN_AvailableInfo::hasFeature(QString const & name) const
+{
+    return feature.hasFeature(name);
+}

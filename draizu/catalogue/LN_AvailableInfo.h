@@ -1,0 +1,68 @@
+#pragma once
+
+#include <draizu/catalogue/LN_AvailableFeature.h>
+#include <draizu/catalogue/LN_LicenseInfo.h>
+#include <draizu/catalogue/LN_PlatformInfo.h>
+#include <draizu/draizu_export.h>
+
+#include <QDate>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QVersionNumber>
+
+/// One element of a build catalogue: one product or feature of one build. A catalogue is a
+/// flat list of them; the elements of one build share its version, tags and platform and differ
+/// in `feature`. A default-constructed element stands for nothing found.
+struct DRAIZU_EXPORT LN_AvailableInfo
+{
+    QDate releaseDate;
+    /// "Alpha", "Beta" and "Production" tell how far a build may be trusted.
+    QStringList tags;
+    QVersionNumber version;
+    QVersionNumber oapiVersion;
+    /// The oldest launcher of each major.minor line that can install this build.
+    QList<QVersionNumber> minimumLauncherVersions;
+    /// Empty for an ordinary build.
+    QString buildType;
+    QString label;
+    LN_PlatformInfo platform;
+    QList<LN_LicenseInfo> licenses;
+    LN_AvailableFeature feature;
+
+    /// Parses the site's list of builds: a JSON array of catalogue blocks. Blocks of a format
+    /// version this launcher does not know add nothing. Throws LN_Exception with the first fault
+    /// found, and then returns nothing at all.
+    static QList<LN_AvailableInfo> fromJsonDocument(QJsonDocument const & document);
+
+    /// Reads the catalogue "data/overview.json" of an offline installer archive (ISO 9660, zip,
+    /// tar, ... uncompressed). Empty for anything that is not a complete offline installer: an
+    /// unreadable file, another kind of archive, a missing or unreadable catalogue, one above
+    /// 1 GiB, or a content list that the catalogue names and the archive lacks. A readable
+    /// catalogue with faulty content throws as fromJsonDocument does. Reads every header of
+    /// the archive once and no entry's data but the catalogue's; nothing is cached.
+    static QList<LN_AvailableInfo> fromFile(QString const & path);
+
+    /// Whether fromFile finds an offline installer at the path, at the same cost.
+    static bool isOfflineArchiveFile(QString const & path);
+
+    /// Whether the element's feature or any of its sub-features has a shared file set.
+    bool hasSofsFiles() const;
+
+    /// The version with build type and label, in the form other programs match: the label
+    /// stands twice and the platform not at all ("20.5.332-debug (beta) ( (beta))",
+    /// "20.5.332 ()").
+    QString toString() const;
+
+    /// Whether the element's own product or one of its features has the name (exactly).
+    bool hasFeature(QString const & name) const;
+
+private:
+    static QList<LN_AvailableInfo> fromJson(QJsonObject const & block);
+    static QList<LN_AvailableInfo> fromFormat0(QJsonObject const & block);
+    static QList<LN_AvailableInfo> fromFormat1(QJsonObject const & block);
+    static QStringList parseTags(QJsonArray const & array);
+};

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QJsonObject>
+
+/// One licence acceptance carried with an install operation. The options only carry it, the
+/// check that the agreements of a build have been accepted reads it; the entry is kept as
+/// written, so that it passes between processes unchanged.
+struct LN_LicenseAgreement
+{
+    QJsonObject agreement;
+
+    friend bool operator==(LN_LicenseAgreement const & a, LN_LicenseAgreement const & b)
+    {
+        return a.agreement == b.agreement;
+    }
+    friend bool operator!=(LN_LicenseAgreement const & a, LN_LicenseAgreement const & b) { return !(a == b); }
+};

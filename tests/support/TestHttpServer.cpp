@@ -1,0 +1,376 @@
+#include "TestHttpServer.h"
+
+#include <QPointer>
+#include <QTcpSocket>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QByteArray reasonPhrase(int status)
+{
+    switch (status) {
+    case 200: return "OK";
+    case 204: return "No Content";
+    case 301: return "Moved Permanently";
+    case 302: return "Found";
+    case 303: return "See Other";
+    case 307: return "Temporary Redirect";
+    case 308: return "Permanent Redirect";
+    case 400: return "Bad Request";
+    case 401: return "Unauthorized";
+    case 403: return "Forbidden";
+    case 404: return "Not Found";
+    case 500: return "Internal Server Error";
+    case 503: return "Service Unavailable";
+    default: return "Status";
+    }
+}
+
+bool hasHeader(QList<TestHttpServer::Header> const & headers, QByteArray const & name)
+{
+    for (auto const & header : headers) {
+        if (header.first.compare(name, Qt::CaseInsensitive) == 0)
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+QByteArray TestHttpServer::Request::header(QByteArray const & name) const
+{
+    for (Header const & h : headers) {
+        if (h.first.compare(name, Qt::CaseInsensitive) == 0)
+            return h.second;
+    }
+    return {};
+}
+
+TestHttpServer::Response TestHttpServer::Response::ok(QByteArray body, QByteArray contentType)
+{
+    Response response;
+    response.addHeader("Content-Type", std::move(contentType));
+    if (!body.isEmpty())
+        response.addChunk(0, std::move(body));
+    return response;
+}
+
+TestHttpServer::Response TestHttpServer::Response::withStatus(int status, QByteArray body)
+{
+    Response response = ok(std::move(body), "text/plain");
+    response.status = status;
+    return response;
+}
+
+TestHttpServer::Response TestHttpServer::Response::redirect(QByteArray location, int status)
+{
+    Response response;
+    response.status = status;
+    response.addHeader("Location", std::move(location));
+    return response;
+}
+
+TestHttpServer::Response TestHttpServer::Response::stall(qint64 announced)
+{
+    Response response = ok({});
+    response.ending = Ending::Stall;
+    response.declaredLength = announced;
+    return response;
+}
+
+TestHttpServer::Response TestHttpServer::Response::drop()
+{
+    Response response;
+    response.sendHeaders = false;
+    response.ending = Ending::Drop;
+    return response;
+}
+
+TestHttpServer::Response & TestHttpServer::Response::addHeader(QByteArray name, QByteArray value)
+{
+    headers.append({std::move(name), std::move(value)});
+    return *this;
+}
+
+TestHttpServer::Response & TestHttpServer::Response::addChunk(int delayMs, QByteArray data)
+{
+    body.append({delayMs, std::move(data)});
+    return *this;
+}
+
+TestHttpServer::Response & TestHttpServer::Response::withFraming(Framing value)
+{
+    framing = value;
+    return *this;
+}
+
+TestHttpServer::Response & TestHttpServer::Response::withEnding(Ending value)
+{
+    ending = value;
+    return *this;
+}
+
+TestHttpServer::Response & TestHttpServer::Response::withDeclaredLength(qint64 value)
+{
+    declaredLength = value;
+    return *this;
+}
+
+TestHttpServer::Response & TestHttpServer::Response::withHeaderDelay(int ms)
+{
+    headerDelayMs = ms;
+    return *this;
+}
+
+qint64 TestHttpServer::Response::bodySize() const
+{
+    qint64 size = 0;
+    for (Chunk const & chunk : body)
+        size += chunk.data.size();
+    return size;
+}
+
+// One accepted connection: reads requests one after another and plays each one's answer,
+// step by step on timers, before it looks at the next.
+class TestHttpServer::Connection : public QObject
+{
+public:
+    Connection(TestHttpServer * server, QTcpSocket * socket)
+        : QObject(server)
+        , server_(server)
+        , socket_(socket)
+    {
+        socket_->setParent(this);
+        connect(socket_, &QTcpSocket::readyRead, this, [this] { readRequests_(); });
+        connect(socket_, &QTcpSocket::disconnected, this, &QObject::deleteLater);
+        readRequests_();
+    }
+
+private:
+    enum class Parse { Incomplete, Complete, Malformed };
+
+    void readRequests_()
+    {
+        buffer_ += socket_->readAll();
+        while (!busy_ && !silent_) {
+            Request request;
+            Parse const parse = takeRequest_(&request);
+            if (parse == Parse::Incomplete)
+                return;
+            if (parse == Parse::Malformed) {
+                socket_->abort();
+                return;
+            }
+            busy_ = true;
+            closeAfter_ = request.header("connection").compare("close", Qt::CaseInsensitive) == 0;
+            headOnly_ = request.method == "HEAD";
+            current_ = server_->answer_(request);
+            step_ = 0;
+            scheduleHeaders_();
+        }
+    }
+
+    Parse takeRequest_(Request * request)
+    {
+        qsizetype const end = buffer_.indexOf("\r\n\r\n");
+        if (end < 0)
+            return Parse::Incomplete;
+        QList<QByteArray> const lines = buffer_.left(end).split('\n');
+        QList<QByteArray> const requestLine = lines.first().trimmed().split(' ');
+        if (requestLine.size() != 3)
+            return Parse::Malformed;
+        request->method = requestLine[0];
+        request->target = requestLine[1];
+        for (qsizetype i = 1; i < lines.size(); ++i) {
+            qsizetype const colon = lines[i].indexOf(':');
+            if (colon > 0)
+                request->headers.append({lines[i].left(colon).trimmed(), lines[i].mid(colon + 1).trimmed()});
+        }
+        bool lengthOk = true;
+        QByteArray const lengthHeader = request->header("content-length");
+        qint64 const length = lengthHeader.isEmpty() ? 0 : lengthHeader.toLongLong(&lengthOk);
+        if (!lengthOk || length < 0)
+            return Parse::Malformed;
+        if (buffer_.size() < end + 4 + length)
+            return Parse::Incomplete;
+        request->body = buffer_.mid(end + 4, length);
+        buffer_.remove(0, end + 4 + length);
+
+        qsizetype const question = request->target.indexOf('?');
+        request->path = QUrl::fromPercentEncoding(request->target.left(question < 0 ? request->target.size() : question));
+        if (question >= 0)
+            request->query = QUrlQuery(QString::fromUtf8(request->target.mid(question + 1)));
+        return Parse::Complete;
+    }
+
+    void scheduleHeaders_()
+    {
+        QTimer::singleShot(current_.headerDelayMs, this, [this] {
+            if (current_.sendHeaders)
+                socket_->write(headerBlock_());
+            sendNextChunk_();
+        });
+    }
+
+    QByteArray headerBlock_() const
+    {
+        QByteArray block = "HTTP/1.1 " + QByteArray::number(current_.status) + ' ' + reasonPhrase(current_.status)
+                           + "\r\n";
+        for (Header const & header : current_.headers)
+            block += header.first + ": " + header.second + "\r\n";
+        switch (current_.framing) {
+        case Framing::ContentLength:
+            if (!hasHeader(current_.headers, "content-length")) {
+                qint64 const length = current_.declaredLength >= 0 ? current_.declaredLength : current_.bodySize();
+                block += "Content-Length: " + QByteArray::number(length) + "\r\n";
+            }
+            break;
+        case Framing::Chunked:
+            block += "Transfer-Encoding: chunked\r\n";
+            break;
+        case Framing::CloseDelimited:
+            break;
+        }
+        if (closesConnection_())
+            block += "Connection: close\r\n";
+        return block + "\r\n";
+    }
+
+    bool closesConnection_() const { return closeAfter_ || current_.framing == Framing::CloseDelimited; }
+
+    void sendNextChunk_()
+    {
+        if (step_ >= current_.body.size()) {
+            end_();
+            return;
+        }
+        QTimer::singleShot(current_.body[step_].delayMs, this, [this] {
+            QByteArray const & data = current_.body[step_].data;
+            bool const chunked = current_.framing == Framing::Chunked && current_.sendHeaders;
+            // An empty piece of chunked coding would end the body.
+            if (!headOnly_ && !(chunked && data.isEmpty()))
+                socket_->write(chunked ? QByteArray::number(data.size(), 16) + "\r\n" + data + "\r\n" : data);
+            ++step_;
+            sendNextChunk_();
+        });
+    }
+
+    void end_()
+    {
+        switch (current_.ending) {
+        case Ending::Stall:
+            silent_ = true;
+            return;
+        case Ending::Drop:
+            // Whatever was written still goes out; the peer then sees the connection end.
+            socket_->disconnectFromHost();
+            silent_ = true;
+            return;
+        case Ending::Complete:
+            break;
+        }
+        if (current_.framing == Framing::Chunked && current_.sendHeaders && !headOnly_)
+            socket_->write("0\r\n\r\n");
+        if (closesConnection_()) {
+            socket_->disconnectFromHost();
+            silent_ = true;
+            return;
+        }
+        busy_ = false;
+        readRequests_();
+    }
+
+    TestHttpServer * server_;
+    QTcpSocket * socket_;
+    QByteArray buffer_;
+    Response current_;
+    qsizetype step_ = 0;
+    bool busy_ = false;
+    bool silent_ = false;
+    bool closeAfter_ = false;
+    bool headOnly_ = false;
+};
+
+TestHttpServer::TestHttpServer(QObject * parent)
+    : QObject(parent)
+{
+    qRegisterMetaType<TestHttpServer::Request>();
+    connect(&server_, &QTcpServer::newConnection, this, &TestHttpServer::acceptConnections_);
+}
+
+TestHttpServer::~TestHttpServer()
+{
+    server_.close();
+}
+
+bool TestHttpServer::listen(QHostAddress const & address)
+{
+    return server_.listen(address, 0);
+}
+
+quint16 TestHttpServer::port() const
+{
+    return server_.serverPort();
+}
+
+QString TestHttpServer::origin() const
+{
+    return u"http://127.0.0.1:%1"_s.arg(port());
+}
+
+QUrl TestHttpServer::url(QString const & pathAndQuery) const
+{
+    return QUrl(origin() + pathAndQuery);
+}
+
+void TestHttpServer::on(QString const & path, Response response)
+{
+    on(path, Handler([response](Request const &) { return response; }));
+}
+
+void TestHttpServer::on(QString const & path, Handler handler)
+{
+    for (auto & route : routes_) {
+        if (route.first == path) {
+            route.second = std::move(handler);
+            return;
+        }
+    }
+    routes_.append({path, std::move(handler)});
+}
+
+void TestHttpServer::clearRoutes()
+{
+    routes_.clear();
+}
+
+int TestHttpServer::requestCount(QString const & path) const
+{
+    int count = 0;
+    for (Request const & request : requests_) {
+        if (request.path == path)
+            ++count;
+    }
+    return count;
+}
+
+void TestHttpServer::acceptConnections_()
+{
+    while (QTcpSocket * socket = server_.nextPendingConnection()) {
+        ++connectionCount_;
+        new Connection(this, socket);
+    }
+}
+
+TestHttpServer::Response TestHttpServer::answer_(Request const & request)
+{
+    requests_.append(request);
+    Q_EMIT requestReceived(request);
+    for (auto const & route : routes_) {
+        if (route.first == request.path)
+            return route.second(request);
+    }
+    return Response::withStatus(404, "Not Found");
+}
