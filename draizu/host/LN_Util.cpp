@@ -441,8 +441,8 @@ bool LN_Util::couldInstall(LN_InstallerOptions const & options, LN_AvailableInfo
     for (auto it = options.features.cbegin(); it != options.features.cend(); ++it) {
         if (!it.value())
             continue;
-        bool const offered = std::any_of(build.feature.features.cbegin(), build.feature.features.cend(),
-                                         [&it](LN_AvailableFeature const & feature) { return feature.name == it.key(); });
+        auto const named = [&it](LN_AvailableFeature const & feature) { return feature.name == it.key(); };
+        bool const offered = std::any_of(build.feature.features.cbegin(), build.feature.features.cend(), named);
         if (!offered)
             return false;
     }

@@ -322,14 +322,16 @@ void TestInstallerOptions::roundTrip_data()
     row(u"default record"_s, [](Options &) {});
     row(u"every field"_s, [](Options & o) { o = fullRecord(); });
     for (int verb = Options::Install; verb <= Options::Invalid; ++verb)
-        row(u"verb "_s + Options::verbString(Options::Verb(verb)), [verb](Options & o) { o.verb = Options::Verb(verb); });
+        row(u"verb "_s + Options::verbString(Options::Verb(verb)),
+            [verb](Options & o) { o.verb = Options::Verb(verb); });
     for (int product = Product_Orvanis; product <= LN_ProductID::Invalid; ++product) {
         row(u"product "_s + QString::fromLatin1(productName(LN_ProductID(product))),
             [product](Options & o) { o.product = LN_ProductID(product); });
     }
     row(u"relative install dir"_s, [](Options & o) { o.setInstallDir(u"orvanis"_s); });
     row(u"four part version"_s, [](Options & o) { o.version = QVersionNumber({18, 5, 1, 7}); });
-    row(u"non-ASCII option"_s, [](Options & o) { o.otherOptions = {{u"start-menu-folder"_s, u"Marlux \u00e9\u6e2c"_s}}; });
+    row(u"non-ASCII option"_s,
+        [](Options & o) { o.otherOptions = {{u"start-menu-folder"_s, u"Marlux \u00e9\u6e2c"_s}}; });
     row(u"empty licence"_s, [](Options & o) { o.licenses = {LN_LicenseAgreement{}}; });
     row(u"empty build type stays set"_s, [](Options & o) { o.setBuildType(QString()); });
     row(u"build type unset again"_s, [](Options & o) {
@@ -383,7 +385,8 @@ void TestInstallerOptions::reads_data()
         [](Options & o) { o.features = {{u"PDB Files"_s, false}}; });
     row("option not a string", u"other-options"_s, R"({"port":5000})",
         [](Options & o) { o.otherOptions = {{u"port"_s, QString()}}; });
-    row("licence not an object", u"licenses"_s, R"(["eula"])", [](Options & o) { o.licenses = {LN_LicenseAgreement{}}; });
+    row("licence not an object", u"licenses"_s, R"(["eula"])",
+        [](Options & o) { o.licenses = {LN_LicenseAgreement{}}; });
     row("unknown key ignored", u"force"_s, "true", [](Options &) {});
 }
 

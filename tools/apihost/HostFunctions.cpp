@@ -5,7 +5,6 @@
 #include <draizu/api/LN_AutoApiRequest.h>
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QPointer>
 #include <QTimer>
 
@@ -116,11 +115,10 @@ private:
 
     static void turnEventsFor(int ms, QPointer<LN_ApiRequest> const & alive)
     {
-        QDeadlineTimer const deadline(ms);
         QTimer wake;
         wake.setSingleShot(true);
         wake.start(ms);
-        while (!deadline.hasExpired() && alive && !alive->hasCompleted())
+        while (wake.isActive() && alive && !alive->hasCompleted())
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
 };
