@@ -1,11 +1,20 @@
 #include <draizu/catalogue/LN_AvailableInfo.h>
 
+#include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_Exception.h>
 #include <draizu/core/LN_JsonUtils.h>
+#include <draizu/io/LN_ExceptionFile.h>
+#include <draizu/io/LN_FileOpener.h>
+#include <draizu/io/LN_Urls.h>
 
+#include <QDir>
+#include <QDirIterator>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonValue>
+#include <QNetworkReply>
 #include <QSet>
+#include <QUrl>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -65,6 +74,32 @@ LN_PlatformInfo platformValue(QJsonObject const & object)
 bool isGold(QJsonObject const & object)
 {
     return object.value(u"release_type"_s).toString() == u"gold"_s;
+}
+
+// Catalogues list the builds of every system; only those of the one this library was built for
+// can be installed here.
+constexpr LN_PlatformInfo::Os runningOs()
+{
+#if defined(Q_OS_WIN)
+    return LN_PlatformInfo::Os_Windows;
+#elif defined(Q_OS_MACOS)
+    return LN_PlatformInfo::Os_MacOs;
+#else
+    return LN_PlatformInfo::Os_Linux;
+#endif
+}
+
+LN_ErrorStruct availableInfoError(LN_AvailableInfoError code, QString const & message)
+{
+    return LN_ErrorStruct{make_error_code(code), message};
+}
+
+// User-given paths reach the reader through the local 8-bit encoding, read back as UTF-8: the
+// identity where the locale is UTF-8, and elsewhere a name the encoding cannot hold is not
+// found, as callers have always been told.
+QList<LN_AvailableInfo> fromLocalFile(QString const & path)
+{
+    return LN_AvailableInfo::fromFile(QString::fromUtf8(path.toLocal8Bit()));
 }
 
 } // namespace
@@ -280,4 +315,83 @@ QString LN_AvailableInfo::toString() const
 bool LN_AvailableInfo::hasFeature(QString const & name) const
 {
     return feature.hasFeature(name);
+}
+
+LN_Result<QList<LN_AvailableInfo>> LN_AvailableInfo::availableOrvanisVersions(LN_FileOpener & opener,
+                                                                            QString const & path)
+{
+    if (!path.isEmpty())
+        return availableOrvanisVersionsFromPath(path);
+
+    // The site's list is of this system's builds already, so nothing is filtered.
+    LN_FileOpener::TypedResult<LN_NetworkFile> const download =
+        opener.downloadFile(QUrl(LN_Urls::instance().getUrl(LN_Urls::Url_Versions), QUrl::TolerantMode));
+    if (download.isError())
+        return LN_ErrorStruct{download.error, download.message};
+    LN_Result<QJsonDocument> const document = LN_JsonUtils::jsonFromFile(*download.device);
+    if (document.isError())
+        return document.error;
+    return fromJsonDocument(document.value);
+}
+
+LN_Result<QList<LN_AvailableInfo>> LN_AvailableInfo::availableOrvanisVersionsFromPath(QString const & path)
+{
+    QFileInfo const info(path);
+    QList<LN_AvailableInfo> builds;
+    if (info.isFile()) {
+        if (fromLocalFile(path).isEmpty())
+            return availableInfoError(LN_AvailableInfoError::InvalidFormat,
+                                      u"\"%1\" is not a valid offline installer file"_s.arg(path));
+        builds = fromLocalFile(path);
+        if (builds.isEmpty())
+            return availableInfoError(LN_AvailableInfoError::InvalidFormat,
+                                      u"\"%1\" is a file but contains no versions"_s.arg(path));
+    } else if (info.isDir()) {
+        QDir const directory(path);
+        if (directory.exists(u"overview.json"_s)) {
+            LN_ExceptionFile overview(directory.filePath(u"overview.json"_s), QIODevice::ReadOnly | QIODevice::Text);
+            LN_Result<QJsonDocument> const document = LN_JsonUtils::jsonFromFile(overview);
+            if (document.isError())
+                return document.error;
+            if (!document.value.isObject())
+                return availableInfoError(LN_AvailableInfoError::InvalidFormat,
+                                          overview.filename() + u" is not valid. Expected object."_s);
+            builds = fromJson(document.value.object());
+        } else {
+            QDirIterator files(path, QDir::Files);
+            while (files.hasNext())
+                builds.append(fromLocalFile(files.next()));
+        }
+        if (builds.isEmpty())
+            return availableInfoError(LN_AvailableInfoError::NoVersionsFound,
+                                      u"available versions from directory \"%1\" found no results"_s.arg(path));
+    } else if (info.exists()) {
+        return availableInfoError(LN_AvailableInfoError::NoVersionsFound, u"available versions is empty"_s);
+    } else {
+        return availableInfoError(LN_AvailableInfoError::NoVersionsFound,
+                                  u"Unable to read available versions from \"%1\": Path does not exist"_s.arg(path));
+    }
+
+    builds.removeIf([](LN_AvailableInfo const & build) {
+        return !build.platform.isCompatibleArchitecture() || build.platform.os != runningOs();
+    });
+    return builds;
+}
+
+LN_Result<QList<LN_AvailableInfo>> LN_AvailableInfo::getProductInfo(LN_FileOpener & opener)
+{
+    LN_FileOpener::TypedResult<LN_IODevice> const overview = opener.openFile(u"overview.json"_s);
+    if (overview.isError())
+        return LN_ErrorStruct{overview.error, overview.message};
+    LN_Result<QJsonDocument> const document = LN_JsonUtils::jsonFromFile(*overview.device);
+    if (document.isError()) {
+        if (document.error.code == std::error_code(QNetworkReply::ContentNotFoundError, QNetworkFileErrorCategory()))
+            return availableInfoError(LN_AvailableInfoError::VersionNotAvailable,
+                                      u"The selected version is not available"_s);
+        return document.error;
+    }
+    if (!document.value.isObject())
+        return availableInfoError(LN_AvailableInfoError::InvalidFormat,
+                                  overview.device->filename() + u" is not valid. Expected object."_s);
+    return fromJson(document.value.object());
 }

@@ -3,6 +3,7 @@
 #include <draizu/catalogue/LN_AvailableFeature.h>
 #include <draizu/catalogue/LN_LicenseInfo.h>
 #include <draizu/catalogue/LN_PlatformInfo.h>
+#include <draizu/core/LN_Result.h>
 #include <draizu/draizu_export.h>
 
 #include <QDate>
@@ -13,6 +14,8 @@
 #include <QString>
 #include <QStringList>
 #include <QVersionNumber>
+
+class LN_FileOpener;
 
 /// One element of a build catalogue: one product or feature of one build. A catalogue is a
 /// flat list of them; the elements of one build share its version, tags and platform and differ
@@ -48,6 +51,27 @@ struct DRAIZU_EXPORT LN_AvailableInfo
 
     /// Whether fromFile finds an offline installer at the path, at the same cost.
     static bool isOfflineArchiveFile(QString const & path);
+
+    /// The builds for this system. A non-empty path is read as availableOrvanisVersionsFromPath
+    /// does; the empty path asks the site for its list of this system's builds, through the
+    /// opener's network access whatever its source. Failures to reach or parse the data come
+    /// back as errors; a faulty catalogue throws LN_Exception.
+    static LN_Result<QList<LN_AvailableInfo>> availableOrvanisVersions(LN_FileOpener & opener,
+                                                                        QString const & path);
+
+    /// The builds in an offline installer file, in the "overview.json" of a directory, or in
+    /// the offline installer files of a directory without one, keeping those that run on this
+    /// system (which may leave none). An installer directory's "overview.json" is taken at its
+    /// word: the content lists it names are not looked for. Errors are in
+    /// LN_AvailableInfoErrorCategory (an invalid file or no builds at all) or come from the JSON
+    /// parser; a faulty catalogue throws LN_Exception, and so does an unreadable
+    /// "overview.json".
+    static LN_Result<QList<LN_AvailableInfo>> availableOrvanisVersionsFromPath(QString const & path);
+
+    /// The catalogue of the build that the opener is set to, from its "overview.json". A
+    /// version the site does not have is code 3 of LN_AvailableInfoErrorCategory, "The selected
+    /// version is not available"; other failures are those of the opener and the parser.
+    static LN_Result<QList<LN_AvailableInfo>> getProductInfo(LN_FileOpener & opener);
 
     /// Whether the element's feature or any of its sub-features has a shared file set.
     bool hasSofsFiles() const;

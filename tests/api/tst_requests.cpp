@@ -8,6 +8,8 @@
 #include <draizu/core/LN_Exception.h>
 #include <draizu/core/LN_Waits.h>
 
+#include "WireText.h"
+
 #include <QBuffer>
 #include <QJsonDocument>
 #include <QSignalSpy>
@@ -19,17 +21,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using Param = LN_IApiHandler::Param;
-
-QByteArray reply(QByteArray const & cmd, int status, QByteArray const & tag, QByteArray const & content,
-                 QByteArray const & type = "text/plain")
-{
-    QByteArray header = "1 cmd=" + cmd + " status=" + QByteArray::number(status);
-    if (!tag.isEmpty())
-        header += " tag=" + tag;
-    if (!content.isEmpty())
-        header += " content-type=" + type + " content-length=" + QByteArray::number(content.size());
-    return header + "\r\n" + content + "\n";
-}
 
 QString apiBody(QJsonArray const & request)
 {
@@ -367,7 +358,7 @@ void TestRequests::binding()
         return;
     }
     handler.exec(&request, args, kwargs);
-    QCOMPARE(wire.take(), reply("COMPLETE", 200, "t", expected.toUtf8()));
+    QCOMPARE(wire.take(), reply("COMPLETE", 200, "t", expected));
 }
 
 void TestRequests::invalidHandlers()

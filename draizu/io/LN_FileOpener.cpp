@@ -1,0 +1,266 @@
+#include <draizu/io/LN_FileOpener.h>
+
+#include <draizu/catalogue/LN_AvailableInfo.h>
+#include <draizu/core/LN_ErrorCategory.h>
+#include <draizu/host/LN_Util.h>
+#include <draizu/io/LN_ArchiveFile.h>
+#include <draizu/io/LN_DiskFile.h>
+#include <draizu/io/LN_Urls.h>
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QUrl>
+#include <QUrlQuery>
+
+#include <archive.h>
+#include <archive_entry.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The launcher's own installers sit at the top of an offline installer, beside "data/".
+QStringList const launcherInstallerNames = {
+    u"install-orvanis-launcher.exe"_s,
+    u"install_orvanis_launcher.sh"_s,
+    u"orvanis_launcher.dmg"_s,
+};
+
+constexpr size_t archiveBlockSize = 10240;
+
+QString entryPathname(archive_entry * entry)
+{
+    if (char const * utf8 = archive_entry_pathname_utf8(entry))
+        return QString::fromUtf8(utf8);
+    if (char const * local = archive_entry_pathname(entry))
+        return QString::fromLocal8Bit(local);
+    return QString();
+}
+
+QString archiveError(struct archive * reader)
+{
+    char const * text = archive_error_string(reader);
+    return text ? QString::fromUtf8(text) : QString();
+}
+
+} // namespace
+
+LN_FileOpener::LN_FileOpener(QNetworkAccessManager * manager, LN_InstallerOptions const & installerOptions,
+                             QByteArray token)
+    : networkManager(manager)
+    , authToken(std::move(token))
+{
+    setInstallerOptions(installerOptions);
+}
+
+LN_FileOpener::LN_FileOpener(QNetworkAccessManager * manager, QDir const & directory, QByteArray token)
+    : sourcePath(directory.path())
+    , networkManager(manager)
+    , authToken(std::move(token))
+{
+}
+
+LN_FileOpener::~LN_FileOpener()
+{
+    freeArchive_();
+}
+
+void LN_FileOpener::setInstallerOptions(LN_InstallerOptions const & installerOptions)
+{
+    options = installerOptions;
+    if (options.offlineInstaller != sourcePath) {
+        sourcePath = options.offlineInstaller;
+        state = State_Unresolved;
+    }
+}
+
+void LN_FileOpener::setVersion(QVersionNumber const & version)
+{
+    state = State_Unresolved;
+    options.version = version;
+}
+
+void LN_FileOpener::computeState()
+{
+    if (sourcePath.isEmpty()) {
+        state = State_Network;
+        return;
+    }
+
+    // A file named by the user is trusted to hold the build that was asked for.
+    if (QFileInfo(sourcePath).isFile() && !LN_AvailableInfo::fromFile(sourcePath).isEmpty()) {
+        state = State_Archive;
+        return;
+    }
+
+    // The walk goes on after a hit, so that of several suitable archives the last one wins.
+    QDirIterator files(sourcePath, QDir::Files);
+    while (files.hasNext()) {
+        QString const path = files.next();
+        QList<LN_AvailableInfo> const builds = LN_AvailableInfo::fromFile(path);
+        for (LN_AvailableInfo const & build : builds) {
+            if (LN_Util::couldInstall(options, build)) {
+                sourcePath = path;
+                state = State_Archive;
+                break;
+            }
+        }
+    }
+
+    if (state == State_Unresolved && QFileInfo(QDir(sourcePath).filePath(u"data/overview.json"_s)).isFile())
+        state = State_Directory;
+}
+
+LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openFile(QString const & name)
+{
+    if (state == State_Unresolved)
+        computeState();
+
+    switch (state) {
+    case State_Network:
+        return makeGenericResult(downloadFile(name));
+    case State_Archive:
+        return openArchiveFile(name);
+    case State_Directory:
+        return openDiskFile_(name);
+    case State_Unresolved:
+        break;
+    }
+    return notLocated_();
+}
+
+LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openSofsFile(QString const & name)
+{
+    if (state == State_Unresolved)
+        computeState();
+
+    switch (state) {
+    case State_Network:
+        return makeGenericResult(
+            downloadFile(QUrl(LN_Urls::instance().getUrl(LN_Urls::Url_DownloadSofs) + name, QUrl::TolerantMode)));
+    case State_Archive:
+        return openArchiveFile(u"sofs/"_s + name);
+    case State_Directory:
+        return openDiskFile_(u"data/sofs/"_s + name);
+    case State_Unresolved:
+        break;
+    }
+    return notLocated_();
+}
+
+LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openLicenseFile(QString const & name)
+{
+    return {nullptr, make_error_code(LN_FileError::FileNotFound), u"%1 was not found"_s.arg(name)};
+}
+
+LN_FileOpener::TypedResult<LN_NetworkFile> LN_FileOpener::downloadFile(QString const & file)
+{
+    QUrl url(LN_Urls::instance().getUrl(LN_Urls::Url_DownloadInstaller), QUrl::TolerantMode);
+    QUrlQuery query;
+    query.addQueryItem(u"file"_s, file);
+    query.addQueryItem(u"platform"_s, options.platform);
+    query.addQueryItem(u"version"_s, options.version.toString());
+    query.addQueryItem(u"cdn"_s, QString());
+    if (!options.buildType().isEmpty())
+        query.addQueryItem(u"product"_s, u"orvanis-%1"_s.arg(options.buildType()));
+    url.setQuery(query);
+    return downloadFile(url);
+}
+
+LN_FileOpener::TypedResult<LN_NetworkFile> LN_FileOpener::downloadFile(QUrl const & url)
+{
+    QNetworkRequest request = LN_Util::createHttpRequest(url);
+    if (!authToken.isEmpty())
+        request.setRawHeader("Authorization", "Bearer " + authToken);
+
+    TypedResult<LN_NetworkFile> result;
+    result.device = std::make_unique<LN_NetworkFile>(networkManager, request);
+    result.device->open(result.error, result.message);
+    return result;
+}
+
+LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openArchiveFile(QString name)
+{
+    if (!launcherInstallerNames.contains(name) && !name.startsWith(u"packages"_s))
+        name.prepend(u"data/"_s);
+
+    TypedResult<LN_IODevice> result;
+    // The archive only reads forward: an entry behind the current position means a new pass.
+    if ((!archive || seenEntries.contains(name)) && !reopenArchive_(result.error, result.message))
+        return result;
+
+    for (;;) {
+        archive_entry * entry = nullptr;
+        int const status = archive_read_next_header(archive, &entry);
+        if (status == ARCHIVE_EOF) {
+            result.error = make_error_code(LN_FileError::FileNotFound);
+            result.message = u"%1 was not found in %2"_s.arg(name, sourcePath);
+            return result;
+        }
+        if (status != ARCHIVE_OK) {
+            result.error = make_error_code(LN_FileError::ArchiveError);
+            result.message = archiveError(archive);
+            // libarchive refuses every further call on a reader in this state; the next
+            // request starts from a fresh one.
+            if (status == ARCHIVE_FATAL)
+                freeArchive_();
+            return result;
+        }
+
+        QString const pathname = entryPathname(entry);
+        seenEntries.insert(pathname);
+        if (pathname == name) {
+            result.device = std::make_unique<LN_ArchiveFile>(archive, entry);
+            return result;
+        }
+    }
+}
+
+bool LN_FileOpener::reopenArchive_(std::error_code & ec, QString & message)
+{
+    freeArchive_();
+    seenEntries.clear();
+    archive = archive_read_new();
+    if (!archive) {
+        ec = make_error_code(LN_FileError::ArchiveError);
+        message = u"Out of memory"_s;
+        return false;
+    }
+    archive_read_support_filter_none(archive);
+    archive_read_support_format_all(archive);
+    if (archive_read_open_filename(archive, QFile::encodeName(sourcePath).constData(), archiveBlockSize)
+        != ARCHIVE_OK) {
+        ec = make_error_code(LN_FileError::ArchiveError);
+        message = archiveError(archive);
+        freeArchive_();
+        return false;
+    }
+    return true;
+}
+
+void LN_FileOpener::freeArchive_()
+{
+    if (archive)
+        archive_read_free(archive);
+    archive = nullptr;
+}
+
+LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openDiskFile_(QString const & relativePath) const
+{
+    TypedResult<LN_IODevice> result;
+    result.device = std::make_unique<LN_DiskFile>(QDir(sourcePath).absoluteFilePath(relativePath));
+    result.device->open(result.error, result.message);
+    return result;
+}
+
+LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::makeGenericResult(TypedResult<LN_NetworkFile> && result)
+{
+    return {std::move(result.device), result.error, std::move(result.message)};
+}
+
+LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::notLocated_()
+{
+    return {nullptr, make_error_code(LN_FileError::FileNotFound), u"Could not locate a valid offline installer"_s};
+}
