@@ -14,6 +14,7 @@
 
 class QCommandLineOption;
 class QCommandLineParser;
+class LN_ComponentMetadata;
 
 /// What one install operation is to do: the verb, which product at which version for which
 /// platform, where it goes, which features, and further options keyed by their long option
@@ -105,6 +106,11 @@ public:
     /// forward slashes, no "." or ".." segments, no doubled or trailing separator. Relative
     /// paths are taken from the working directory. The empty path stays empty.
     static QString canonicalInstallPath(QString const & path);
+
+    /// The uninstall of an installation: the record's installOptions with the verb Uninstall,
+    /// the record's product and `forced`, and neither features nor further options. Throws
+    /// LN_Exception for a record without a directory.
+    static LN_InstallerOptions uninstall(LN_ComponentMetadata const & record, bool forced);
 
     /// Compact JSON text of the record; force and spareFlag are not part of it.
     QString serialize() const;

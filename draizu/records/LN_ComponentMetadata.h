@@ -1,0 +1,131 @@
+#pragma once
+
+#include <draizu/catalogue/LN_PlatformInfo.h>
+#include <draizu/catalogue/LN_ProductID.h>
+#include <draizu/draizu_export.h>
+#include <draizu/records/LN_FileMetadata.h>
+#include <draizu/records/LN_SofsFileMetadata.h>
+
+#include <QDate>
+#include <QDir>
+#include <QHash>
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+#include <QVersionNumber>
+
+class LN_InstallerOptions;
+class LN_InstallMetadata;
+
+/// The record of one installation of one product: what it is, where it lies, which features
+/// it has, and where the manifests of its files are. A plain value.
+///
+/// File lists are keyed by feature name; the product's own list goes by
+/// productName(product) and is kept in productFiles rather than in features.
+class DRAIZU_EXPORT LN_ComponentMetadata
+{
+public:
+    LN_ComponentMetadata() = default;
+    /// Reads one entry of a repository's "installations" object; the key is the directory.
+    /// Nothing here fails: a missing or wrong value gives the type's empty value. Records of
+    /// the job-queue products are then brought up to date from files in the directory, which
+    /// the job-queue server may have changed behind the launcher's back.
+    explicit LN_ComponentMetadata(QJsonObject::const_iterator entry);
+
+    QVersionNumber version;
+    /// Version of the engine API that the build offers.
+    QVersionNumber oapiVersion;
+    /// For a plug-in: the Orvanis version that it belongs to.
+    QVersionNumber forOrvanis;
+    /// With forward slashes; empty means no installation.
+    QString installDir;
+    QDate releaseDate;
+    QList<QString> tags;
+    QString buildType;
+    QString label;
+    LN_PlatformInfo platformInfo;
+    LN_ProductID product = LN_ProductID::Invalid;
+    /// Path of the product's own file manifest.
+    QString productFiles;
+    /// Feature name to the path of its file manifest.
+    QHash<QString, QString> features;
+    QHash<QString, QString> otherOptions;
+    /// The installation is complete.
+    bool ready = false;
+    /// Made from an installation that this launcher did not install.
+    bool imported = false;
+    /// An uninstaller lies in the directory.
+    bool hasUninstaller = false;
+    bool failedUninstall = false;
+    /// File lists set but not yet written.
+    QHash<QString, QList<LN_FileMetadata>> pendingFiles;
+    /// Feature name to the path of its SOFS manifest.
+    QHash<QString, QString> sofsFiles;
+    QHash<QString, QList<LN_SofsFileMetadata>> pendingSofsFiles;
+
+    /// Writes the pending manifests into `directory`, each under a new number, and returns the
+    /// JSON body with their paths. Pending file lists are emptied; pending SOFS lists stay and
+    /// are written again by the next save. Lists of a feature the record does not have are
+    /// dropped. Throws LN_Exception when a manifest cannot be written; manifests written
+    /// before stay on disk.
+    QJsonObject save(QDir const & directory);
+
+    /// The feature's files: the pending list when there is one, else its manifest. A manifest
+    /// that cannot be read gives an empty list; a malformed entry throws LN_Exception.
+    QList<LN_FileMetadata> getFiles(QString const & feature) const;
+    /// Touches only the pending table; the manifest is written at save.
+    void setFiles(QString const & feature, QList<LN_FileMetadata> const & files);
+    /// The feature's SOFS files: the pending list when there is one, else its manifest. Any
+    /// failure gives an empty list.
+    QList<LN_SofsFileMetadata> getSofsFiles(QString const & feature) const;
+    void setSofsFiles(QString const & feature, QList<LN_SofsFileMetadata> const & files);
+
+    /// The product's files, then those of each feature; duplicates are kept.
+    QList<LN_FileMetadata> allFiles() const;
+    QList<LN_SofsFileMetadata> allSofsFiles() const;
+
+    /// A list made from the directory on disk rather than from the manifests. It pairs the
+    /// files of the walk: each record has the path and size of every second file and the
+    /// digest of the file before it. With an odd number of files the last record has an empty
+    /// path and size 0.
+    QList<LN_FileMetadata> computeAllFiles() const;
+
+    /// Whether a listed file has exactly this path, case included.
+    bool containsFile(QString const & path) const;
+
+    qint64 installedSize() const;
+    /// 0 for a feature the record does not have.
+    qint64 installedSize(QString const & feature) const;
+
+    /// True for "yes", false for "no", the empty value and an absent key; any other word
+    /// throws LN_Exception.
+    bool getYesNoOption(QString const & key) const;
+
+    /// Options that describe this installation, with the verb left Invalid for the caller.
+    /// Throws LN_Exception for a record without a directory.
+    LN_InstallerOptions installOptions() const;
+
+    /// Only Orvanis after 17.5.134 takes add-on packages.
+    bool supportsPackages() const;
+
+    /// "<product> <version>", with " - <build type>" when there is one.
+    QString shortString() const;
+    /// Several lines describing the installation, for people.
+    QString detailsString() const;
+
+    /// Compares what identifies the installation: versions, directory, release date, tags,
+    /// build type, product, features, options, imported and hasUninstaller. Label, platform,
+    /// manifests, ready, failedUninstall and the pending lists are not compared; the recovery
+    /// of an interrupted change relies on exactly this choice.
+    friend DRAIZU_EXPORT bool operator==(LN_ComponentMetadata const & a, LN_ComponentMetadata const & b);
+    friend bool operator!=(LN_ComponentMetadata const & a, LN_ComponentMetadata const & b) { return !(a == b); }
+
+private:
+    friend class LN_InstallMetadata;
+
+    /// Throws LN_Exception for an invalid product, an invalid platform of a record that is
+    /// not imported, or a file with a malformed digest or a negative size.
+    void validate() const;
+    /// Brings job-queue records up to date from the files in their directory.
+    void readProductFiles_();
+};

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <draizu/draizu_export.h>
+#include <draizu/records/LN_ComponentMetadata.h>
+
+#include <QDir>
+#include <QHash>
+#include <QJsonDocument>
+#include <QList>
+#include <QString>
+
+/// The repository of what is installed on this machine: records keyed by installation
+/// directory, kept in one directory with the file manifests of each record.
+///
+/// A change proceeds in this order, on which the recovery relies: change the table in memory,
+/// save("new.json"), change the installation on disk, saveFinal(). Manifests are never
+/// overwritten, only written under new numbers, and old ones are deleted only after
+/// "overview.json" names the new ones. One process at a time; not thread-safe.
+class DRAIZU_EXPORT LN_InstallMetadata
+{
+public:
+    /// An empty table on an empty directory path; nothing is read.
+    LN_InstallMetadata();
+    /// Loads "overview.json" when it exists and recovers from an interrupted change when
+    /// "new.json" exists: the record the change was about is replaced by a merged one that
+    /// names every file of both states, with unknown sizes, and the two states are kept in
+    /// interruptedOld and interruptedNew. Nothing is written. Throws LN_Exception when a file
+    /// is damaged.
+    explicit LN_InstallMetadata(QDir const & directory);
+    /// Loads that one file, without recovery; a missing file throws.
+    LN_InstallMetadata(QDir const & directory, QString const & name);
+
+    /// Reads the named file of the directory into the table, replacing records of equal keys.
+    /// Throws LN_Exception with the name in the text.
+    void load(QString const & name);
+    void load(QJsonDocument const & document, QString const & name);
+
+    /// Writes pending manifests, then the table under `name`, in place. Throws LN_Exception.
+    void save(QString const & name);
+    /// Commits: validates the table, writes "overview.json", then removes every JSON file of
+    /// the directory that the table no longer names ("new.json" and "crash.json" included).
+    /// A table that fails validation is written to "crash.json" instead and LN_Exception
+    /// thrown, leaving "overview.json" alone.
+    void saveFinal();
+
+    /// A copy of the record, or a default record.
+    LN_ComponentMetadata get(QString const & directory) const;
+    QList<LN_ComponentMetadata> getAll() const;
+    /// Stores the record under its installDir as it is, replacing an earlier one.
+    void insert(LN_ComponentMetadata const & record);
+    /// An absent key is no error.
+    void remove(QString const & directory);
+    /// Exact comparison of the key.
+    bool isTaken(QString const & directory) const;
+
+    /// After a recovery: the record as "overview.json" had it; otherwise default.
+    LN_ComponentMetadata interruptedOld;
+    /// After a recovery: the merged record of the interrupted change; otherwise default.
+    LN_ComponentMetadata interruptedNew;
+    /// Keyed by installation directory with forward slashes.
+    QHash<QString, LN_ComponentMetadata> installations;
+    QDir directory;
+
+private:
+    /// Throws LN_Exception for an empty key, a key that is not its record's directory, or a
+    /// record that fails its own validation.
+    void validate() const;
+
+    /// Records of `a` that `b` does not have unchanged: a record that is not ready always
+    /// counts.
+    static QList<LN_ComponentMetadata> differingComponents(LN_InstallMetadata const & a,
+                                                           LN_InstallMetadata const & b);
+    /// Every file that either side may have put on disk, with no claim about content: no
+    /// digest and size -1. Files of an old directory other than the new one keep their
+    /// absolute paths.
+    static QList<LN_FileMetadata> mergeFileLists(LN_ComponentMetadata const & newer,
+                                                 LN_ComponentMetadata const & older, QString const & name);
+};
