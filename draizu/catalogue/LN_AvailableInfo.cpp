@@ -1,5 +1,7 @@
 #include <draizu/catalogue/LN_AvailableInfo.h>
 
+#include <draizu/io/LN_Archive_p.h>
+
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_Exception.h>
 #include <draizu/core/LN_JsonUtils.h>
@@ -9,7 +11,6 @@
 
 #include <QDir>
 #include <QDirIterator>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonValue>
 #include <QNetworkReply>
@@ -27,7 +28,6 @@ namespace {
 
 QString const catalogueEntry = u"data/overview.json"_s;
 constexpr la_int64_t maximumCatalogueSize = 0x40000000;
-constexpr size_t archiveBlockSize = 10240;
 // A reader that keeps asking to be retried is not going to recover.
 constexpr int maximumRetries = 16;
 
@@ -36,15 +36,6 @@ struct ArchiveReadFree
     void operator()(archive * reader) const { archive_read_free(reader); }
 };
 using ArchiveReader = std::unique_ptr<archive, ArchiveReadFree>;
-
-QString entryPathname(archive_entry * entry)
-{
-    if (char const * utf8 = archive_entry_pathname_utf8(entry))
-        return QString::fromUtf8(utf8);
-    if (char const * local = archive_entry_pathname(entry))
-        return QString::fromLocal8Bit(local);
-    return QString();
-}
 
 QDate dateValue(QJsonObject const & object, QString const & key)
 {
@@ -229,10 +220,7 @@ QList<LN_AvailableInfo> LN_AvailableInfo::fromFile(QString const & path)
     ArchiveReader reader(archive_read_new());
     if (!reader)
         return {};
-    if (archive_read_support_filter_none(reader.get()) != ARCHIVE_OK
-        || archive_read_support_format_all(reader.get()) != ARCHIVE_OK
-        || archive_read_open_filename(reader.get(), QFile::encodeName(path).constData(), archiveBlockSize)
-               != ARCHIVE_OK)
+    if (LN_Archive::openFile(reader.get(), path) != ARCHIVE_OK)
         return {};
 
     QList<LN_AvailableInfo> catalogue;
@@ -250,7 +238,7 @@ QList<LN_AvailableInfo> LN_AvailableInfo::fromFile(QString const & path)
             return {};
         retries = 0;
 
-        QString const name = entryPathname(entry);
+        QString const name = LN_Archive::entryPathname(entry);
         seen.insert(name);
         if (name != catalogueEntry)
             continue;

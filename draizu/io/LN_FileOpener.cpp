@@ -3,13 +3,13 @@
 #include <draizu/catalogue/LN_AvailableInfo.h>
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/host/LN_Util.h>
+#include <draizu/io/LN_Archive_p.h>
 #include <draizu/io/LN_ArchiveFile.h>
 #include <draizu/io/LN_DiskFile.h>
 #include <draizu/io/LN_Urls.h>
 
 #include <QDir>
 #include <QDirIterator>
-#include <QFile>
 #include <QFileInfo>
 #include <QUrl>
 #include <QUrlQuery>
@@ -28,22 +28,7 @@ QStringList const launcherInstallerNames = {
     u"orvanis_launcher.dmg"_s,
 };
 
-constexpr size_t archiveBlockSize = 10240;
 
-QString entryPathname(archive_entry * entry)
-{
-    if (char const * utf8 = archive_entry_pathname_utf8(entry))
-        return QString::fromUtf8(utf8);
-    if (char const * local = archive_entry_pathname(entry))
-        return QString::fromLocal8Bit(local);
-    return QString();
-}
-
-QString archiveError(struct archive * reader)
-{
-    char const * text = archive_error_string(reader);
-    return text ? QString::fromUtf8(text) : QString();
-}
 
 } // namespace
 
@@ -201,7 +186,7 @@ LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openArchiveFile(QString n
         }
         if (status != ARCHIVE_OK) {
             result.error = make_error_code(LN_FileError::ArchiveError);
-            result.message = archiveError(archive);
+            result.message = LN_Archive::errorText(archive);
             // libarchive refuses every further call on a reader in this state; the next
             // request starts from a fresh one.
             if (status == ARCHIVE_FATAL)
@@ -209,7 +194,7 @@ LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openArchiveFile(QString n
             return result;
         }
 
-        QString const pathname = entryPathname(entry);
+        QString const pathname = LN_Archive::entryPathname(entry);
         seenEntries.insert(pathname);
         if (pathname == name) {
             result.device = std::make_unique<LN_ArchiveFile>(archive, entry);
@@ -228,12 +213,9 @@ bool LN_FileOpener::reopenArchive_(std::error_code & ec, QString & message)
         message = u"Out of memory"_s;
         return false;
     }
-    archive_read_support_filter_none(archive);
-    archive_read_support_format_all(archive);
-    if (archive_read_open_filename(archive, QFile::encodeName(sourcePath).constData(), archiveBlockSize)
-        != ARCHIVE_OK) {
+    if (LN_Archive::openFile(archive, sourcePath) != ARCHIVE_OK) {
         ec = make_error_code(LN_FileError::ArchiveError);
-        message = archiveError(archive);
+        message = LN_Archive::errorText(archive);
         freeArchive_();
         return false;
     }
