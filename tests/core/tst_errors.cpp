@@ -6,168 +6,122 @@
 #include <draizu/core/LN_Waits.h>
 
 #include <QList>
+#include <QMap>
 #include <QTest>
 
 #include <cerrno>
-#include <functional>
 
 using namespace Qt::StringLiterals;
 
 using CategoryFunction = std::error_category const & (*)();
 Q_DECLARE_METATYPE(CategoryFunction)
+using Texts = QMap<int, QString>;
 
 class TestErrors : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void categoryTexts_data();
-    void categoryTexts();
-    void categoryNames_data();
-    void categoryNames();
+    void categories_data();
+    void categories();
+    void fromSystemErrors_data();
     void fromSystemErrors();
-    void unknownSystemNumber();
-    void defaultIsSuccessInSystemCategory();
-    void resultCarriesValueOrError();
-    void exceptionKeepsUtf8();
+    void defaultsResultsAndExceptions();
     void waitsOverrideAndReset();
 };
 
-void TestErrors::categoryTexts_data()
-{
-    QTest::addColumn<CategoryFunction>("category");
-    QTest::addColumn<int>("value");
-    QTest::addColumn<QString>("text");
-
-    struct Row
-    {
-        char const * name;
-        CategoryFunction category;
-        int value;
-        char const * text;
-    };
-    Row const rows[] = {
-        {"service 0", &LN_ServiceErrorCategory, 0, "no error"},
-        {"service 2", &LN_ServiceErrorCategory, 2, "unable to read the response from the service manager"},
-        {"service 5", &LN_ServiceErrorCategory, 5, "an unspecified error occurred"},
-        {"service unknown", &LN_ServiceErrorCategory, 6, "unknown error"},
-        {"file 0", &LN_FileErrorCategory, 0, "no error"},
-        {"file 1", &LN_FileErrorCategory, 1, "you must be logged in to view this content"},
-        {"file 4", &LN_FileErrorCategory, 4, "unknown error"},
-        {"available 0", &LN_AvailableInfoErrorCategory, 0, "no error"},
-        {"available 3", &LN_AvailableInfoErrorCategory, 3, "version not available"},
-        {"parse 0", &LN_InstallerOptionsParseErrorCategory, 0, "no error"},
-        {"parse 2", &LN_InstallerOptionsParseErrorCategory, 2, "invalid options"},
-        {"parse -1", &LN_InstallerOptionsParseErrorCategory, -1, "unknown error"},
-        {"deserialize 0", &LN_InstallerOptionsDeserializeErrorCategory, 0, "no error"},
-        {"deserialize 4", &LN_InstallerOptionsDeserializeErrorCategory, 4, "too many keys"},
-        {"qfile 0", &QFileErrorCategory, 0, "no error"},
-        {"qfile 7 misspelt", &QFileErrorCategory, 7, "opereation timed out"},
-        {"qfile 12 speaks of renaming", &QFileErrorCategory, 12, "could not rename file"},
-        {"qfile 15", &QFileErrorCategory, 15, "unknown QFile error"},
-        {"qnetwork 0", &QNetworkFileErrorCategory, 0, "no error"},
-        {"qnetwork 11", &QNetworkFileErrorCategory, 11, "insecure redirect"},
-        {"qnetwork 99", &QNetworkFileErrorCategory, 99, "unknown QNetworkReply error"},
-        {"qjson 0", &QJsonParseErrorCategory, 0, "no error"},
-        {"qjson 2 name separator", &QJsonParseErrorCategory, 2, "missing comma"},
-        {"qjson 4 value separator", &QJsonParseErrorCategory, 4, "missing colon"},
-        {"qjson 5 misspelt", &QJsonParseErrorCategory, 5, "illegalvalue"},
-        {"qjson 7 has no row", &QJsonParseErrorCategory, 7, "unknown QJsonParseReply error"},
-        {"qjson 14", &QJsonParseErrorCategory, 14, "document contains trailing characters"},
-        {"qsettings 0", &QSettingsErrorCategory, 0, "no error"},
-        {"qsettings 2", &QSettingsErrorCategory, 2, "format error"},
-        {"qsettings 3", &QSettingsErrorCategory, 3, "unknown QSettings error"},
-    };
-    for (Row const & row : rows)
-        QTest::newRow(row.name) << row.category << row.value << QString::fromUtf8(row.text);
-}
-
-void TestErrors::categoryTexts()
-{
-    QFETCH(CategoryFunction, category);
-    QFETCH(int, value);
-    QFETCH(QString, text);
-    QCOMPARE(QString::fromStdString(category().message(value)), text);
-}
-
-void TestErrors::categoryNames_data()
+void TestErrors::categories_data()
 {
     QTest::addColumn<CategoryFunction>("category");
     QTest::addColumn<QString>("name");
-    QTest::newRow("service") << CategoryFunction(&LN_ServiceErrorCategory) << u"LN_ServiceError"_s;
-    QTest::newRow("file") << CategoryFunction(&LN_FileErrorCategory) << u"LN_FileError"_s;
-    QTest::newRow("available") << CategoryFunction(&LN_AvailableInfoErrorCategory) << u"LN_AvailableInfoError"_s;
-    QTest::newRow("parse") << CategoryFunction(&LN_InstallerOptionsParseErrorCategory)
-                           << u"LN_InstallerOptionsParseError"_s;
-    QTest::newRow("deserialize misspelt") << CategoryFunction(&LN_InstallerOptionsDeserializeErrorCategory)
-                                          << u"LN_InstallerOptionsSeriailzeError"_s;
-    QTest::newRow("qfile") << CategoryFunction(&QFileErrorCategory) << u"QFile"_s;
-    QTest::newRow("qnetwork") << CategoryFunction(&QNetworkFileErrorCategory) << u"QNetwork"_s;
-    QTest::newRow("qjson") << CategoryFunction(&QJsonParseErrorCategory) << u"QJsonParse"_s;
-    QTest::newRow("qsettings") << CategoryFunction(&QSettingsErrorCategory) << u"QSettings"_s;
+    QTest::addColumn<int>("unknown"); // a value without a text of its own
+    QTest::addColumn<QString>("unknownText");
+    QTest::addColumn<Texts>("texts"); // a few known values, the odd ones among them
+
+    auto const row = [](char const * tag, CategoryFunction category, QString const & name, int unknown,
+                        QString const & unknownText, Texts const & texts) {
+        QTest::newRow(tag) << category << name << unknown << unknownText << texts;
+    };
+    QString const unknownError = u"unknown error"_s;
+    row("service", &LN_ServiceErrorCategory, u"LN_ServiceError"_s, 6, unknownError,
+        {{2, u"unable to read the response from the service manager"_s}, {5, u"an unspecified error occurred"_s}});
+    row("file", &LN_FileErrorCategory, u"LN_FileError"_s, 4, unknownError,
+        {{1, u"you must be logged in to view this content"_s}});
+    row("available", &LN_AvailableInfoErrorCategory, u"LN_AvailableInfoError"_s, 4, unknownError,
+        {{3, u"version not available"_s}});
+    row("parse", &LN_InstallerOptionsParseErrorCategory, u"LN_InstallerOptionsParseError"_s, -1, unknownError,
+        {{2, u"invalid options"_s}});
+    row("deserialize, name misspelt", &LN_InstallerOptionsDeserializeErrorCategory,
+        u"LN_InstallerOptionsSeriailzeError"_s, 5, unknownError, {{4, u"too many keys"_s}});
+    row("qfile", &QFileErrorCategory, u"QFile"_s, 15, u"unknown QFile error"_s,
+        {{7, u"opereation timed out"_s}, {12, u"could not rename file"_s}});
+    row("qnetwork", &QNetworkFileErrorCategory, u"QNetwork"_s, 99, u"unknown QNetworkReply error"_s,
+        {{11, u"insecure redirect"_s}});
+    row("qjson, 7 has no text", &QJsonParseErrorCategory, u"QJsonParse"_s, 7, u"unknown QJsonParseReply error"_s,
+        {{2, u"missing comma"_s}, {4, u"missing colon"_s}, {5, u"illegalvalue"_s},
+         {14, u"document contains trailing characters"_s}});
+    row("qsettings", &QSettingsErrorCategory, u"QSettings"_s, 3, u"unknown QSettings error"_s,
+        {{2, u"format error"_s}});
 }
 
-void TestErrors::categoryNames()
+void TestErrors::categories()
 {
     QFETCH(CategoryFunction, category);
     QFETCH(QString, name);
+    QFETCH(int, unknown);
+    QFETCH(QString, unknownText);
+    QFETCH(Texts, texts);
+
+    auto const text = [&category](int value) { return QString::fromStdString(category().message(value)); };
     QCOMPARE(QString::fromLatin1(category().name()), name);
     QCOMPARE(&category(), &category());
+    QCOMPARE(text(0), u"no error"_s);
+    QCOMPARE(text(unknown), unknownText);
+    for (auto it = texts.cbegin(); it != texts.cend(); ++it)
+        QCOMPARE(text(it.key()), it.value());
+}
+
+void TestErrors::fromSystemErrors_data()
+{
+    QTest::addColumn<bool>("posix"); // fromPosixErrno, else fromWindowsError
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("windows form names the number")
+        << false << EACCES << u"x: Permission denied (Error %1)"_s.arg(EACCES);
+    QTest::newRow("windows form, unknown number") << false << 987654 << u"x: Error number 987654."_s;
+    QTest::newRow("posix form is the text alone") << true << ENOENT << u"x: No such file or directory"_s;
 }
 
 void TestErrors::fromSystemErrors()
 {
-    QString const prefix = u"Failed to open file: "_s;
-    LN_ErrorStruct const windows = LN_ErrorStruct::fromWindowsError(EACCES, prefix);
-    QCOMPARE(&windows.code.category(), &std::generic_category());
-    QCOMPARE(windows.code.value(), EACCES);
-    QCOMPARE(windows.message, prefix + u"Permission denied (Error %1)"_s.arg(EACCES));
-    QVERIFY(windows.isError());
+    QFETCH(bool, posix);
+    QFETCH(int, error);
+    QFETCH(QString, message);
 
-    LN_ErrorStruct const posix = LN_ErrorStruct::fromPosixErrno(ENOENT, prefix);
-    QCOMPARE(&posix.code.category(), &std::generic_category());
-    QCOMPARE(posix.message, prefix + u"No such file or directory"_s);
-    QCOMPARE(LN_ErrorStruct::fromPosixErrno(ENOENT).message, u"No such file or directory"_s);
+    auto const make = [posix, error](QString const & prefix) {
+        return posix ? LN_ErrorStruct::fromPosixErrno(error, prefix) : LN_ErrorStruct::fromWindowsError(error, prefix);
+    };
+    LN_ErrorStruct const bare = posix ? LN_ErrorStruct::fromPosixErrno(error) : LN_ErrorStruct::fromWindowsError(error);
+    QVERIFY(make(u"x: "_s).isError());
+    QCOMPARE(make(u"x: "_s).code, std::error_code(error, std::generic_category()));
+    QCOMPARE(make(u"x: "_s).message, message);
+    QCOMPARE(u"x: "_s + bare.message, message);
 }
 
-void TestErrors::unknownSystemNumber()
-{
-    QCOMPARE(LN_ErrorCode::errcodeToString(987654), u"Error number 987654."_s);
-    QCOMPARE(LN_ErrorStruct::fromWindowsError(987654, u"x: "_s).message, u"x: Error number 987654."_s);
-    QCOMPARE(LN_ErrorCode::errcodeToString(ENOENT), u"No such file or directory (Error %1)"_s.arg(ENOENT));
-}
-
-void TestErrors::defaultIsSuccessInSystemCategory()
+void TestErrors::defaultsResultsAndExceptions()
 {
     LN_ErrorStruct const none;
     QVERIFY(!none.isError());
     QCOMPARE(&none.code.category(), &std::system_category());
     QVERIFY(none.message.isEmpty());
-}
 
-void TestErrors::resultCarriesValueOrError()
-{
-    LN_Result<int> const value(42);
-    QVERIFY(!value.isError());
-    QCOMPARE(value.value, 42);
-
+    QVERIFY(!LN_Result<int>(0).isError());
     LN_Result<QList<int>> const error(LN_ErrorStruct{make_error_code(LN_FileError::FileNotFound), u"gone"_s});
     QVERIFY(error.isError());
-    QVERIFY(error.value.isEmpty());
     QCOMPARE(error.error.code.message(), std::string("file not found"));
-}
 
-void TestErrors::exceptionKeepsUtf8()
-{
-    LN_Exception const e(u"héllo"_s);
-    QCOMPARE(QString::fromUtf8(e.what()), u"héllo"_s);
-    bool caughtAsRuntimeError = false;
-    try {
-        throw LN_Exception("plain");
-    } catch (std::runtime_error const & caught) {
-        caughtAsRuntimeError = QByteArray(caught.what()) == "plain";
-    }
-    QVERIFY(caughtAsRuntimeError);
+    QCOMPARE(QString::fromUtf8(LN_Exception(u"héllo"_s).what()), u"héllo"_s);
 }
 
 void TestErrors::waitsOverrideAndReset()

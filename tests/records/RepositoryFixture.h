@@ -1,20 +1,13 @@
 #pragma once
 
-// A repository of installations with real files, shared by the crash test and the helper
-// program that it kills, so that both agree on what a change looks like.
+// Installations with real files, shared by the crash test and the helper program that it
+// kills, so that both agree on what a change looks like.
 
-#include <draizu/catalogue/LN_PlatformInfo.h>
 #include <draizu/records/LN_ComponentMetadata.h>
-#include <draizu/records/LN_FileMetadata.h>
 
-#include <QByteArray>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QList>
-#include <QString>
-
-#include <utility>
 
 namespace RepositoryFixture {
 
@@ -30,26 +23,24 @@ struct Content
 };
 using Contents = QList<Content>;
 
-inline QList<LN_FileMetadata> manifest(Contents const & files)
-{
-    QList<LN_FileMetadata> list;
-    for (Content const & file : files)
-        list.append({file.path, u"src/"_s + file.path, QCryptographicHash::hash(file.bytes, QCryptographicHash::Sha256),
-                     file.bytes.size()});
-    return list;
-}
-
 inline bool writeContent(QString const & root, Content const & file)
 {
     QString const path = QDir(root).filePath(file.path);
-    QDir().mkpath(QFileInfo(path).path());
     QFile out(path);
-    return out.open(QIODevice::WriteOnly) && out.write(file.bytes) == file.bytes.size();
+    return QDir().mkpath(QFileInfo(path).path()) && out.open(QIODevice::WriteOnly)
+        && out.write(file.bytes) == file.bytes.size();
 }
 
 // A ready Orvanis installation whose product and "Docs" feature own the given files.
 inline LN_ComponentMetadata record(QString const & dir, Contents const & product, Contents const & documents)
 {
+    auto const manifest = [](Contents const & files) {
+        QList<LN_FileMetadata> list;
+        for (Content const & file : files)
+            list.append({file.path, u"src/"_s + file.path,
+                         QCryptographicHash::hash(file.bytes, QCryptographicHash::Sha256), file.bytes.size()});
+        return list;
+    };
     LN_ComponentMetadata r;
     r.installDir = dir;
     r.product = Product_Orvanis;
@@ -67,12 +58,6 @@ inline Contents productContents(QString const & tag)
     return {{u"bin/orvanis"_s, "binary of " + tag.toUtf8()}, {u"bin/old-tool"_s, "old tool"}};
 }
 
-inline Contents docsContents()
-{
-    return {{u"docs/readme.txt"_s, "read me"}};
-}
-
-// The installations every scenario starts from, below `root`.
-inline QStringList const names{u"a"_s, u"b"_s, u"c"_s, u"d"_s};
+inline Contents const docsContents{{u"docs/readme.txt"_s, "read me"}};
 
 } // namespace RepositoryFixture

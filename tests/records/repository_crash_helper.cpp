@@ -1,6 +1,5 @@
-// Child program for tst_repositorycrash: applies one change to a repository in the order
-// that recovery relies on, and stops itself at a named point so that the test can kill it
-// exactly there.
+// Child program of tst_repositorycrash: applies one change to a repository in the order that
+// recovery relies on, and stops itself at a named point so that the test can kill it there.
 //
 //   repository_crash_helper <repository> <root> <scenario> <stop>
 //
@@ -15,17 +14,13 @@
 #include <draizu/records/LN_InstallMetadata.h>
 
 #include <QCoreApplication>
-#include <QFile>
-#include <QFileInfo>
-#include <QString>
 
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <functional>
 
-#include <climits>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -46,12 +41,6 @@ void stopHere()
         std::_Exit(3);
     std::raise(SIGSTOP);
     std::_Exit(4); // a stopped helper is only ever killed
-}
-
-void stopIf(char const * point)
-{
-    if (std::strcmp(stopAt, point) == 0)
-        stopHere();
 }
 
 bool endsWith(char const * text, char const * tail)
@@ -118,45 +107,34 @@ int main(int argc, char ** argv)
         LN_InstallMetadata repo(repository);
         QList<DiskStep> steps;
         QString changed;
-
         if (scenario == u"modify"_s) {
             changed = dir(u"a"_s);
             Contents product = productContents(u"a"_s);
             Content const removed = product.takeLast();
             product.append({u"bin/new-tool"_s, "new tool"});
-            Contents const documents{docsContents().constFirst(), {u"docs/guide.txt"_s, "guide"}};
-            LN_ComponentMetadata record = repo.get(changed);
-            record.ready = false;
-            record.setFiles(u"Orvanis"_s, manifest(product));
-            record.setFiles(docs, manifest(documents));
-            repo.insert(record);
+            Contents const documents = docsContents + Contents{{u"docs/guide.txt"_s, "guide"}};
+            repo.insert(record(changed, product, documents));
             steps = {{changed, product.constLast()}, {changed, documents.constLast()}, {changed, removed, true}};
-        } else if (scenario == u"add"_s) {
-            changed = dir(u"e"_s);
-            LN_ComponentMetadata record = RepositoryFixture::record(changed, productContents(u"e"_s), docsContents());
-            record.ready = false;
-            repo.insert(record);
-            for (Content const & file : productContents(u"e"_s) + docsContents())
-                steps.append({changed, file});
         } else if (scenario == u"remove"_s) {
-            for (Content const & file : productContents(u"b"_s) + docsContents())
+            for (Content const & file : productContents(u"b"_s) + docsContents)
                 steps.append({dir(u"b"_s), file, true});
             repo.remove(dir(u"b"_s));
-        } else if (scenario == u"move"_s) {
-            changed = dir(u"c2"_s);
-            LN_ComponentMetadata record = RepositoryFixture::record(changed, productContents(u"c"_s), docsContents());
-            record.ready = false;
-            repo.remove(dir(u"c"_s));
-            repo.insert(record);
-            for (Content const & file : productContents(u"c"_s) + docsContents())
+        } else if (scenario == u"add"_s || scenario == u"move"_s) {
+            QString const from = scenario == u"add"_s ? u"e"_s : u"c"_s;
+            changed = dir(scenario == u"add"_s ? from : u"c2"_s);
+            repo.remove(dir(from));
+            repo.insert(record(changed, productContents(from), docsContents));
+            for (Content const & file : productContents(from) + docsContents)
                 steps.append({changed, file});
-            for (Content const & file : productContents(u"c"_s) + docsContents())
-                steps.append({dir(u"c"_s), file, true});
+            for (Content const & file : productContents(from) + docsContents)
+                if (changed != dir(from))
+                    steps.append({dir(from), file, true});
         } else {
             return 100;
         }
         // Shared optional files give saveFinal manifests of its own to write.
         if (!changed.isEmpty()) {
+            repo.installations[changed].ready = false;
             repo.installations[changed].setSofsFiles(u"Orvanis"_s, {{u"sofs/base.dat"_s, true}});
             repo.installations[changed].setSofsFiles(docs, {{u"sofs/extra.dat"_s, false}});
         }
@@ -164,11 +142,12 @@ int main(int argc, char ** argv)
         std::strcpy(phase, "new-manifest");
         repo.save(u"new.json"_s);
         std::strcpy(phase, "");
-        stopIf("new");
+        if (std::strcmp(stopAt, "new") == 0)
+            stopHere();
 
         for (qsizetype i = 0; i < steps.size(); ++i) {
-            if (i == steps.size() / 2)
-                stopIf("disk");
+            if (i == steps.size() / 2 && std::strcmp(stopAt, "disk") == 0)
+                stopHere();
             DiskStep const & step = steps.at(i);
             if (step.remove ? !QFile::remove(QDir(step.root).filePath(step.file.path))
                             : !writeContent(step.root, step.file))

@@ -1,4 +1,3 @@
-#include <draizu/core/LN_Exception.h>
 #include <draizu/host/LN_Util.h>
 #include <draizu/options/LN_InstallerOptions.h>
 #include <draizu/records/LN_ComponentMetadata.h>
@@ -15,6 +14,7 @@
 using namespace Qt::StringLiterals;
 
 using Change = std::function<void(LN_ComponentMetadata &)>;
+using Table = QHash<QString, QString>;
 Q_DECLARE_METATYPE(Change)
 
 class TestComponentMetadata : public QObject
@@ -22,19 +22,13 @@ class TestComponentMetadata : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void bodyRoundTrip();
-    void damagedBody();
+    void body();
     void jobQueueFiles_data();
     void jobQueueFiles();
     void fileLists();
     void computeAllFiles_data();
     void computeAllFiles();
-    void yesNoOption_data();
-    void yesNoOption();
     void installOptions();
-    void supportsPackages_data();
-    void supportsPackages();
-    void descriptions_data();
     void descriptions();
     void equality_data();
     void equality();
@@ -64,9 +58,7 @@ LN_ComponentMetadata sample(QString const & dir = u"/opt/orvanis"_s)
     r.platformInfo = LN_PlatformInfo::fromStrings(u"linux_x86_64"_s, u"gcc12"_s);
     r.features = {{u"Docs"_s, u"/r/Docs_1.json"_s}};
     r.otherOptions = {{u"service-name"_s, u"svc"_s}};
-    r.ready = true;
-    r.hasUninstaller = true;
-    r.failedUninstall = true;
+    r.ready = r.hasUninstaller = r.failedUninstall = true;
     return r;
 }
 
@@ -77,107 +69,88 @@ bool writeBytes(QString const & path, QByteArray const & bytes)
         && file.write(bytes) == bytes.size();
 }
 
-QStringList paths(QList<LN_FileMetadata> const & files)
+// The text of what `call` throws, or a null string.
+template <typename F>
+QString thrownBy(F && call)
 {
-    QStringList list;
-    for (LN_FileMetadata const & file : files)
-        list.append(file.path);
-    return list;
+    try {
+        call();
+    } catch (std::exception const & e) {
+        return QString::fromUtf8(e.what());
+    }
+    return {};
 }
 
 } // namespace
 
-void TestComponentMetadata::bodyRoundTrip()
+void TestComponentMetadata::body()
 {
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
     LN_ComponentMetadata written = sample();
     QJsonObject const body = written.save(QDir(dir.path()));
     QCOMPARE(body.size(), 18);
-    QCOMPARE(body.value(u"os name"_s).toString(), u"linux_x86_64"_s);
     QCOMPARE(body.value(u"product"_s).toString(), u"Engine Maya"_s); // the older word, still read
-
-    LN_ComponentMetadata const read = fromBody(written.installDir, body);
-    QVERIFY(read == written);
-    QCOMPARE(read.label, written.label);
-    QCOMPARE(read.platformInfo, written.platformInfo);
-    QCOMPARE(read.ready, true);
-    QCOMPARE(read.failedUninstall, true);
+    // Read back and written again, every field survives, also those that equality ignores.
+    QCOMPARE(fromBody(written.installDir, body).save(QDir(dir.path())), body);
 
     // A null version and date are written empty and read back null.
     LN_ComponentMetadata bare;
     bare.installDir = u"/opt/bare"_s;
     QJsonObject const bareBody = bare.save(QDir(dir.path()));
-    QCOMPARE(bareBody.value(u"version"_s).toString(), QString());
-    QCOMPARE(bareBody.value(u"release date"_s).toString(), QString());
+    QCOMPARE(bareBody.value(u"version"_s).toString() + bareBody.value(u"release date"_s).toString(), QString());
     QVERIFY(fromBody(bare.installDir, bareBody) == bare);
-}
 
-void TestComponentMetadata::damagedBody()
-{
-    LN_ComponentMetadata const empty = fromBody(u"/opt/x"_s, {});
-    QCOMPARE(empty.product, LN_ProductID::Invalid);
-    QCOMPARE(empty.installDir, u"/opt/x"_s);
-    QVERIFY(empty.version.isNull());
-
+    // Wrong types and texts read as empty values, never as a failure.
     LN_ComponentMetadata const odd = fromBody(
         u"/opt/y"_s, QJsonObject{{u"version"_s, u"1.2.3abc"_s}, {u"ready"_s, u"true"_s}, {u"tags"_s, u"a"_s},
                                  {u"features"_s, QJsonArray{u"Docs"_s}}, {u"release date"_s, u"29.02.2024"_s}});
+    QCOMPARE(odd.product, LN_ProductID::Invalid);
     QCOMPARE(odd.version, QVersionNumber(1, 2, 3));
-    QCOMPARE(odd.ready, false);
-    QVERIFY(odd.tags.isEmpty());
-    QVERIFY(odd.features.isEmpty());
-    QVERIFY(odd.releaseDate.isNull());
+    QVERIFY(!odd.ready && odd.tags.isEmpty() && odd.features.isEmpty() && odd.releaseDate.isNull());
 }
 
 void TestComponentMetadata::jobQueueFiles_data()
 {
     QTest::addColumn<LN_ProductID>("product");
-    QTest::addColumn<QStringList>("files"); // name, content, name, content, ...
-    QTest::addColumn<QString>("version");
+    QTest::addColumn<Table>("files"); // name to content
     QTest::addColumn<bool>("imported");
-    QTest::addColumn<QStringList>("options"); // key, value, ...
+    QTest::addColumn<Table>("options");
 
-    QStringList const stored{u"server"_s, u"old-host"_s};
-    QTest::newRow("client upgraded") << Product_OQueueClient << QStringList{u"VERSION"_s, u"2.0.1\n"_s} << u"2.0.1"_s
-                                     << true << stored;
-    QTest::newRow("client unchanged") << Product_OQueueClient << QStringList{u"VERSION"_s, u"1.0.0"_s} << u"1.0.0"_s
-                                      << false << stored;
-    QTest::newRow("client without files") << Product_OQueueClient << QStringList() << u"1.0.0"_s << false << stored;
-    QTest::newRow("client node settings")
-        << Product_OQueueClient << QStringList{u"oqnode.ini"_s, u"[main]\nserver=farm\nport=6000\n"_s} << u"1.0.0"_s
-        << false << QStringList{u"server"_s, u"farm"_s, u"port"_s, u"6000"_s};
-    QTest::newRow("server service name")
-        << Product_OQueueServer << QStringList{u"oqservicename"_s, u"oq-farm"_s, u"VERSION"_s, u"9.0"_s} << u"1.0.0"_s
-        << false << QStringList{u"server"_s, u"old-host"_s, u"service-name"_s, u"oq-farm"_s};
-    QTest::newRow("other products read nothing")
-        << Product_Orvanis << QStringList{u"VERSION"_s, u"9.0"_s, u"oqservicename"_s, u"x"_s} << u"1.0.0"_s << false
-        << stored;
+    Table const stored{{u"server"_s, u"old-host"_s}};
+    // An imported record takes the version of the VERSION file, 2.0.1.
+    auto const row = [](char const * name, LN_ProductID product, Table const & files, bool imported,
+                        Table const & options) { QTest::newRow(name) << product << files << imported << options; };
+    row("client upgraded, node settings", Product_OQueueClient,
+        {{u"VERSION"_s, u"2.0.1\n"_s}, {u"oqnode.ini"_s, u"[main]\nserver=farm\nport=6000\n"_s}}, true,
+        {{u"server"_s, u"farm"_s}, {u"port"_s, u"6000"_s}});
+    row("client unchanged", Product_OQueueClient, {{u"VERSION"_s, u"1.0.0"_s}}, false, stored);
+    row("client without files", Product_OQueueClient, {}, false, stored);
+    row("server service name", Product_OQueueServer, {{u"oqservicename"_s, u"oq-farm"_s}, {u"VERSION"_s, u"9.0"_s}},
+        false, {{u"server"_s, u"old-host"_s}, {u"service-name"_s, u"oq-farm"_s}});
+    row("other products read nothing", Product_Orvanis, {{u"VERSION"_s, u"9.0"_s}, {u"oqservicename"_s, u"x"_s}},
+        false, stored);
 }
 
 void TestComponentMetadata::jobQueueFiles()
 {
     QFETCH(LN_ProductID, product);
-    QFETCH(QStringList, files);
-    QFETCH(QString, version);
+    QFETCH(Table, files);
     QFETCH(bool, imported);
-    QFETCH(QStringList, options);
+    QFETCH(Table, options);
 
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
-    for (qsizetype i = 0; i + 1 < files.size(); i += 2)
-        QVERIFY(writeBytes(dir.filePath(files.at(i)), files.at(i + 1).toUtf8()));
+    for (auto it = files.cbegin(); it != files.cend(); ++it)
+        QVERIFY(writeBytes(dir.filePath(it.key()), it.value().toUtf8()));
     LN_ComponentMetadata r;
     r.product = product;
     r.version = QVersionNumber(1, 0, 0);
     r.otherOptions = {{u"server"_s, u"old-host"_s}};
     LN_ComponentMetadata const read = fromBody(dir.path(), r.save(QDir(dir.path())));
-    QCOMPARE(read.version, QVersionNumber::fromString(version));
+    QCOMPARE(read.version, imported ? QVersionNumber(2, 0, 1) : QVersionNumber(1, 0, 0));
     QCOMPARE(read.imported, imported);
-    QHash<QString, QString> expected;
-    for (qsizetype i = 0; i + 1 < options.size(); i += 2)
-        expected.insert(options.at(i), options.at(i + 1));
-    QCOMPARE(read.otherOptions, expected);
+    QCOMPARE(read.otherOptions, options);
 }
 
 void TestComponentMetadata::fileLists()
@@ -187,29 +160,21 @@ void TestComponentMetadata::fileLists()
     QDir const repo(dir.path());
     LN_FileMetadata const tool(u"bin/tool"_s, u"s"_s, QCryptographicHash::hash("x", QCryptographicHash::Sha256), 10);
     LN_FileMetadata const guide(u"docs/Guide.txt"_s, QString(), QByteArray(), 5);
-
-    LN_ComponentMetadata r;
-    r.installDir = u"/opt/m"_s;
-    r.product = Product_EngineMaya;
-    r.features.insert(u"Docs"_s, QString());
+    LN_ComponentMetadata r = sample();
     r.setFiles(u"Maya Plug-In"_s, {tool});
     r.setFiles(u"Docs"_s, {guide});
     r.setFiles(u"Unknown"_s, {tool});
     r.setSofsFiles(u"Docs"_s, {{u"sofs/a.dat"_s, true}});
     r.save(repo);
 
-    QCOMPARE(r.productFiles, repo.filePath(u"Maya_Plug-In_1.json"_s));
-    QCOMPARE(r.features.value(u"Docs"_s), repo.filePath(u"Docs_1.json"_s));
-    QCOMPARE(r.sofsFiles.value(u"Docs"_s), repo.filePath(u"Docs_sofs_1.json"_s));
-    QVERIFY(r.pendingFiles.isEmpty());
-    QVERIFY(!QFile::exists(repo.filePath(u"Unknown_1.json"_s)));
-    QCOMPARE(r.getFiles(u"Maya Plug-In"_s), QList<LN_FileMetadata>{tool});
-    QCOMPARE(paths(r.allFiles()), (QStringList{u"bin/tool"_s, u"docs/Guide.txt"_s}));
+    // A list of a feature the record lacks is dropped; the others are read back from disk.
+    QCOMPARE(repo.entryList(QDir::Files),
+             (QStringList{u"Docs_1.json"_s, u"Docs_sofs_1.json"_s, u"Maya_Plug-In_1.json"_s}));
+    QCOMPARE(r.allFiles(), (QList<LN_FileMetadata>{tool, guide}));
     QCOMPARE(r.installedSize(), 15);
     QCOMPARE(r.installedSize(u"Docs"_s), 5);
     QCOMPARE(r.installedSize(u"Unknown"_s), 0);
-    QVERIFY(r.containsFile(u"docs/Guide.txt"_s));
-    QVERIFY(!r.containsFile(u"docs/guide.txt"_s));
+    QVERIFY(r.containsFile(u"docs/Guide.txt"_s) && !r.containsFile(u"docs/guide.txt"_s));
 
     // SOFS lists stay pending and are written again; a pending empty list hides the manifest.
     r.save(repo);
@@ -223,30 +188,22 @@ void TestComponentMetadata::fileLists()
     r.pendingFiles.clear();
     r.features[u"Docs"_s] = repo.filePath(u"missing.json"_s);
     r.sofsFiles[u"Docs"_s] = repo.filePath(u"Maya_Plug-In_1.json"_s);
-    QVERIFY(r.getFiles(u"Docs"_s).isEmpty());
-    QVERIFY(r.getSofsFiles(u"Docs"_s).isEmpty());
-    QVERIFY(writeBytes(repo.filePath(u"bad.json"_s), R"({"a": 1})"));
-    r.features[u"Docs"_s] = repo.filePath(u"bad.json"_s);
-    QVERIFY_THROWS_EXCEPTION(LN_Exception, r.getFiles(u"Docs"_s));
-
-    r.product = LN_ProductID::Invalid;
-    r.setFiles(u"Docs"_s, {guide});
-    QVERIFY(r.getFiles(u"Docs"_s).isEmpty());
+    QVERIFY(r.getFiles(u"Docs"_s).isEmpty() && r.getSofsFiles(u"Docs"_s).isEmpty());
+    r.productFiles = repo.filePath(u"Docs_sofs_1.json"_s);
+    QCOMPARE(thrownBy([&] { r.getFiles(u"Maya Plug-In"_s); }), u"Expected an array"_s);
 }
 
 void TestComponentMetadata::computeAllFiles_data()
 {
     QTest::addColumn<int>("files");
-    QTest::addColumn<int>("records");
-    QTest::newRow("four files pair up") << 4 << 2;
-    QTest::newRow("three files, last record empty") << 3 << 2;
-    QTest::newRow("none") << 0 << 0;
+    QTest::newRow("four files pair up") << 4;
+    QTest::newRow("three files, last record empty") << 3;
+    QTest::newRow("none") << 0;
 }
 
 void TestComponentMetadata::computeAllFiles()
 {
     QFETCH(int, files);
-    QFETCH(int, records);
 
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
@@ -260,62 +217,29 @@ void TestComponentMetadata::computeAllFiles()
     LN_ComponentMetadata r;
     r.installDir = dir.path();
     QList<LN_FileMetadata> const list = r.computeAllFiles();
-    QCOMPARE(list.size(), records);
+    QCOMPARE(list.size(), (files + 1) / 2);
 
     // Each record carries the digest of the file walked before its own: together they
     // cover every file once.
     QSet<QString> seen;
     for (LN_FileMetadata const & file : list) {
         QString const digestOf = byDigest.value(file.checksum);
-        QVERIFY(!digestOf.isEmpty());
-        QVERIFY(digestOf != file.path);
-        seen.insert(digestOf);
-        if (file.path.isEmpty()) {
-            QCOMPARE(file.size, 0);
-            continue;
-        }
-        seen.insert(file.path);
-        QCOMPARE(file.size, QFileInfo(dir.filePath(file.path)).size());
+        QVERIFY(!digestOf.isEmpty() && digestOf != file.path);
+        seen << digestOf << file.path;
+        QCOMPARE(file.size, file.path.isEmpty() ? 0 : QFileInfo(dir.filePath(file.path)).size());
     }
+    seen.remove(QString());
     QCOMPARE(seen.size(), files);
     QCOMPARE(!list.isEmpty() && list.constLast().path.isEmpty(), files % 2 == 1);
-}
-
-void TestComponentMetadata::yesNoOption_data()
-{
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<bool>("value");
-    QTest::addColumn<QString>("thrown");
-    QTest::newRow("yes in capitals") << u"upper"_s << true << QString();
-    QTest::newRow("no") << u"lower"_s << false << QString();
-    QTest::newRow("empty") << u"empty"_s << false << QString();
-    QTest::newRow("absent") << u"absent"_s << false << QString();
-    QTest::newRow("other word") << u"odd"_s << false << u"Expected \"yes\" or \"no\" for option odd"_s;
-}
-
-void TestComponentMetadata::yesNoOption()
-{
-    QFETCH(QString, key);
-    QFETCH(bool, value);
-    QFETCH(QString, thrown);
-    LN_ComponentMetadata r;
-    r.otherOptions = {{u"upper"_s, u"YES"_s}, {u"lower"_s, u"no"_s}, {u"empty"_s, QString()}, {u"odd"_s, u"y"_s}};
-    try {
-        QCOMPARE(r.getYesNoOption(key), value);
-        QVERIFY(thrown.isEmpty());
-    } catch (LN_Exception const & e) {
-        QCOMPARE(QString::fromUtf8(e.what()), thrown);
-    }
 }
 
 void TestComponentMetadata::installOptions()
 {
     LN_ComponentMetadata r = sample(u"/opt/./orvanis//"_s);
+    QVERIFY(!r.supportsPackages());
     r.buildType.clear();
     LN_InstallerOptions const options = r.installOptions();
     QCOMPARE(options.verb, LN_InstallerOptions::Invalid);
-    QCOMPARE(options.product, Product_EngineMaya);
-    QCOMPARE(options.version, r.version);
     QCOMPARE(options.platform, u"linux_x86_64_gcc12"_s);
     QVERIFY(options.isBuildTypeSet());
     QCOMPARE(options.existingInstallDir(), u"/opt/orvanis"_s);
@@ -323,84 +247,41 @@ void TestComponentMetadata::installOptions()
     QCOMPARE(options.features, (QHash<QString, bool>{{u"Docs"_s, true}}));
     // The record's own options replace the whole table, "for-orvanis" included.
     QCOMPARE(options.otherOptions, r.otherOptions);
-
     LN_InstallerOptions const uninstall = LN_InstallerOptions::uninstall(r, true);
-    QCOMPARE(uninstall.verb, LN_InstallerOptions::Uninstall);
-    QVERIFY(uninstall.force);
-    QCOMPARE(uninstall.existingInstallDir(), u"/opt/orvanis"_s);
+    QVERIFY(uninstall.verb == LN_InstallerOptions::Uninstall && uninstall.force);
     QVERIFY(uninstall.features.isEmpty() && uninstall.otherOptions.isEmpty());
 
+    r.otherOptions = {{u"on"_s, u"YES"_s}, {u"blank"_s, QString()}, {u"odd"_s, u"y"_s}};
+    QVERIFY(r.getYesNoOption(u"on"_s) && !r.getYesNoOption(u"blank"_s) && !r.getYesNoOption(u"absent"_s));
+    QCOMPARE(thrownBy([&] { r.getYesNoOption(u"odd"_s); }), u"Expected \"yes\" or \"no\" for option odd"_s);
+
+    // Only Orvanis after 17.5.134 takes add-on packages.
+    r.product = Product_Orvanis;
+    r.version = QVersionNumber(17, 5, 134);
+    QVERIFY(!r.supportsPackages());
+    r.version = QVersionNumber(17, 5, 135);
+    QVERIFY(r.supportsPackages());
+
     r.installDir.clear();
-    for (auto const & call : std::initializer_list<std::function<void()>>{
-             [&] { r.installOptions(); }, [&] { LN_InstallerOptions::uninstall(r, false); }}) {
-        try {
-            call();
-            QFAIL("no exception");
-        } catch (LN_Exception const & e) {
-            QCOMPARE(QString::fromUtf8(e.what()), u"Does not refer to an existing installation"_s);
-        }
-    }
-}
-
-void TestComponentMetadata::supportsPackages_data()
-{
-    QTest::addColumn<LN_ProductID>("product");
-    QTest::addColumn<QString>("version");
-    QTest::addColumn<bool>("supports");
-    QTest::newRow("17.5.134") << Product_Orvanis << u"17.5.134"_s << false;
-    QTest::newRow("17.5.135") << Product_Orvanis << u"17.5.135"_s << true;
-    QTest::newRow("plug-in") << Product_EngineMaya << u"20.0"_s << false;
-}
-
-void TestComponentMetadata::supportsPackages()
-{
-    QFETCH(LN_ProductID, product);
-    QFETCH(QString, version);
-    QFETCH(bool, supports);
-    LN_ComponentMetadata r;
-    r.product = product;
-    r.version = QVersionNumber::fromString(version);
-    QCOMPARE(r.supportsPackages(), supports);
-}
-
-void TestComponentMetadata::descriptions_data()
-{
-    QTest::addColumn<Change>("change");
-    QTest::addColumn<QString>("shortText");
-    QTest::addColumn<QString>("details");
-
-    QString const size = LN_Util::numBytesToString(0);
-    QTest::newRow("installed")
-        << Change([](LN_ComponentMetadata &) {}) << u"Maya Plug-In 20.1.4 - gold"_s
-        << u"Details for Maya Plug-In 20.1.4 - gold\nCompiled with gcc12 (linux_x86_64)\nInstallation Directory: "
-           u"/opt/orvanis\nFeatures: Docs\nRelease Date: Thu Feb 29 2024\nOAPI Version: 3.2\nSize on disk: "_s
-               + size + u"\nFor Orvanis: 20.1"_s;
-    QTest::newRow("imported without uninstaller") << Change([](LN_ComponentMetadata & r) {
-        r.imported = true;
-        r.hasUninstaller = false;
-    }) << u"Maya Plug-In 20.1.4 - gold"_s
-                                                  << u"Details for Maya Plug-In 20.1.4 - gold\nInstallation Directory: "
-                                                     u"/opt/orvanis\nNote: This is an imported installation, and no "
-                                                     u"Orvanis Uninstaller is detected in installation directory"_s;
-    QTest::newRow("imported server") << Change([](LN_ComponentMetadata & r) {
-        r.imported = true;
-        r.hasUninstaller = false;
-        r.product = Product_OQueueServer;
-    }) << u"OQueue Server 20.1.4 - gold"_s
-                                     << u"Details for OQueue Server 20.1.4 - gold\nInstallation Directory: "
-                                        u"/opt/orvanis\nNote: This is an imported installation"_s;
+    QString const none = u"Does not refer to an existing installation"_s;
+    QCOMPARE(thrownBy([&] { r.installOptions(); }), none);
+    QCOMPARE(thrownBy([&] { LN_InstallerOptions::uninstall(r, false); }), none);
 }
 
 void TestComponentMetadata::descriptions()
 {
-    QFETCH(Change, change);
-    QFETCH(QString, shortText);
-    QFETCH(QString, details);
     LN_ComponentMetadata r = sample();
-    r.features.insert(u"Docs"_s, QString());
-    change(r);
-    QCOMPARE(r.shortString(), shortText);
-    QCOMPARE(r.detailsString(), details);
+    QCOMPARE(r.detailsString(),
+             u"Details for Maya Plug-In 20.1.4 - gold\nCompiled with gcc12 (linux_x86_64)\nInstallation Directory: "
+             u"/opt/orvanis\nFeatures: Docs\nRelease Date: Thu Feb 29 2024\nOAPI Version: 3.2\nSize on disk: "_s
+                 + LN_Util::numBytesToString(0) + u"\nFor Orvanis: 20.1"_s);
+    r.imported = true;
+    r.hasUninstaller = false;
+    QString const imported = u"\nInstallation Directory: /opt/orvanis\nNote: This is an imported installation"_s;
+    QCOMPARE(r.detailsString(), u"Details for Maya Plug-In 20.1.4 - gold"_s + imported
+                                    + u", and no Orvanis Uninstaller is detected in installation directory"_s);
+    r.product = Product_OQueueServer;
+    QCOMPARE(r.detailsString(), u"Details for OQueue Server 20.1.4 - gold"_s + imported);
 }
 
 void TestComponentMetadata::equality_data()
@@ -408,15 +289,27 @@ void TestComponentMetadata::equality_data()
     QTest::addColumn<Change>("change");
     QTest::addColumn<bool>("equal");
     auto const row = [](char const * name, Change change, bool equal) { QTest::newRow(name) << change << equal; };
-    row("label", [](LN_ComponentMetadata & r) { r.label = u"x"_s; }, true);
-    row("product files", [](LN_ComponentMetadata & r) { r.productFiles = u"x"_s; }, true);
-    row("ready", [](LN_ComponentMetadata & r) { r.ready = false; }, true);
-    row("pending files", [](LN_ComponentMetadata & r) { r.setFiles(u"Docs"_s, {}); }, true);
+    row("version", [](LN_ComponentMetadata & r) { r.version = QVersionNumber(20, 1, 5); }, false);
+    row("oapi version", [](LN_ComponentMetadata & r) { r.oapiVersion = QVersionNumber(3, 3); }, false);
+    row("for Orvanis", [](LN_ComponentMetadata & r) { r.forOrvanis = QVersionNumber(20, 2); }, false);
     row("directory case", [](LN_ComponentMetadata & r) { r.installDir = u"/opt/Orvanis"_s; }, false);
+    row("release date", [](LN_ComponentMetadata & r) { r.releaseDate = QDate(2024, 3, 1); }, false);
     row("tag order", [](LN_ComponentMetadata & r) { r.tags = {u"lts"_s, u"stable"_s}; }, false);
+    row("build type", [](LN_ComponentMetadata & r) { r.buildType = u"beta"_s; }, false);
+    row("product", [](LN_ComponentMetadata & r) { r.product = Product_Orvanis; }, false);
     row("feature manifest", [](LN_ComponentMetadata & r) { r.features[u"Docs"_s] = u"x"_s; }, false);
+    row("options", [](LN_ComponentMetadata & r) { r.otherOptions.clear(); }, false);
     row("imported", [](LN_ComponentMetadata & r) { r.imported = true; }, false);
     row("uninstaller", [](LN_ComponentMetadata & r) { r.hasUninstaller = false; }, false);
+    // Everything else is ignored at once: recovery of an interrupted change relies on that.
+    row("ignored fields", [](LN_ComponentMetadata & r) {
+        r.label = r.productFiles = u"x"_s;
+        r.platformInfo = {};
+        r.ready = r.failedUninstall = false;
+        r.sofsFiles[u"Docs"_s] = u"x"_s;
+        r.setFiles(u"Docs"_s, {});
+        r.setSofsFiles(u"Docs"_s, {});
+    }, true);
 }
 
 void TestComponentMetadata::equality()
@@ -426,7 +319,6 @@ void TestComponentMetadata::equality()
     LN_ComponentMetadata changed = sample();
     change(changed);
     QCOMPARE(changed == sample(), equal);
-    QCOMPARE(changed != sample(), !equal);
 }
 
 QTEST_GUILESS_MAIN(TestComponentMetadata)

@@ -24,31 +24,6 @@ private Q_SLOTS:
     void killedDuringChange();
 };
 
-namespace {
-
-// Absolute paths of every file that some record of the table names.
-QSet<QString> namedFiles(LN_InstallMetadata const & repo)
-{
-    QSet<QString> named;
-    for (LN_ComponentMetadata const & record : repo.installations) {
-        QDir const root(record.installDir);
-        for (LN_FileMetadata const & file : record.allFiles())
-            named.insert(root.absoluteFilePath(file.path));
-    }
-    return named;
-}
-
-QStringList filesBelow(QString const & root)
-{
-    QStringList files;
-    QDirIterator it(root, QDir::Files, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        files.append(it.next());
-    return files;
-}
-
-} // namespace
-
 void TestRepositoryCrash::killedDuringChange_data()
 {
     QTest::addColumn<QString>("scenario");
@@ -56,33 +31,24 @@ void TestRepositoryCrash::killedDuringChange_data()
     QTest::addColumn<bool>("recovers");
     QTest::addColumn<QStringList>("untouched");
 
-    struct Scenario
-    {
-        char const * name;
-        QStringList untouched;
-        // The change holds no record whose ready flag is set only at the commit.
-        bool removal;
-    };
-    Scenario const scenarios[] = {
-        {"modify", {u"b"_s, u"c"_s, u"d"_s}, false},
-        {"add", {u"a"_s, u"b"_s, u"c"_s, u"d"_s}, false},
-        {"remove", {u"a"_s, u"c"_s, u"d"_s}, true},
-        {"move", {u"a"_s, u"b"_s, u"d"_s}, false},
-    };
-    for (Scenario const & s : scenarios) {
-        auto const row = [&s](char const * stop, bool recovers) {
-            QTest::addRow("%s, %s", s.name, stop)
-                << QString::fromLatin1(s.name) << QString::fromLatin1(stop) << recovers << s.untouched;
+    QHash<QString, QString> const changed{{u"modify"_s, u"a"_s}, {u"remove"_s, u"b"_s}, {u"move"_s, u"c"_s}};
+    for (QString const & scenario : {u"modify"_s, u"add"_s, u"remove"_s, u"move"_s}) {
+        QStringList untouched{u"a"_s, u"b"_s, u"c"_s, u"d"_s};
+        untouched.removeOne(changed.value(scenario));
+        // A removal writes no manifests of its own, and "new.json" holds no record of it that
+        // is not ready, so after the commit there is nothing left to recover.
+        bool const removal = scenario == u"remove"_s;
+        auto const row = [&](char const * stop, bool recovers) {
+            QTest::addRow("%s, %s", qPrintable(scenario), stop) << scenario << QString::fromLatin1(stop) << recovers
+                                                                << untouched;
         };
-        // A removal writes no manifests of its own.
-        if (!s.removal)
+        if (!removal)
             row("new-manifest", false);
         row("new", true);
         row("disk", true);
-        if (!s.removal)
+        if (!removal)
             row("final-manifest", true);
-        // "new.json" still holds the changed record as not ready.
-        row("overview", !s.removal);
+        row("overview", !removal);
         row("none", false);
     }
 }
@@ -99,13 +65,12 @@ void TestRepositoryCrash::killedDuringChange()
     QString const root = temp.filePath(u"installed"_s);
     QDir const repoDir(temp.filePath(u"repository"_s));
     QVERIFY(QDir().mkpath(repoDir.path()));
-
     LN_InstallMetadata committed(repoDir);
-    for (QString const & name : names) {
+    for (QString const & name : {u"a"_s, u"b"_s, u"c"_s, u"d"_s}) {
         QString const dir = QDir(root).filePath(name);
-        for (Content const & file : productContents(name) + docsContents())
+        for (Content const & file : productContents(name) + docsContents)
             QVERIFY(writeContent(dir, file));
-        committed.insert(record(dir, productContents(name), docsContents()));
+        committed.insert(record(dir, productContents(name), docsContents));
     }
     committed.saveFinal();
 
@@ -128,23 +93,22 @@ void TestRepositoryCrash::killedDuringChange()
     auto const checkUntouched = [&](LN_InstallMetadata const & repo) {
         for (QString const & name : untouched) {
             QString const dir = QDir(root).filePath(name);
-            LN_ComponentMetadata const before = committed.get(dir);
-            LN_ComponentMetadata const after = repo.get(dir);
-            QVERIFY2(after == before, qPrintable(dir));
-            QVERIFY(after.ready);
-            QCOMPARE(after.allFiles(), before.allFiles());
+            QVERIFY2(repo.get(dir) == committed.get(dir) && repo.get(dir).ready, qPrintable(dir));
+            QCOMPARE(repo.get(dir).allFiles(), committed.get(dir).allFiles());
         }
     };
-
     LN_InstallMetadata repo(repoDir);
     checkUntouched(repo);
     bool const recovered = !repo.interruptedNew.installDir.isEmpty() || !repo.interruptedOld.installDir.isEmpty();
     QCOMPARE(recovered, recovers);
-
-    QSet<QString> const named = namedFiles(repo);
-    QStringList const onDisk = filesBelow(root);
-    for (QString const & file : onDisk)
+    QSet<QString> named;
+    for (LN_ComponentMetadata const & record : std::as_const(repo.installations))
+        for (LN_FileMetadata const & file : record.allFiles())
+            named.insert(QDir(record.installDir).absoluteFilePath(file.path));
+    for (QDirIterator it(root, QDir::Files, QDirIterator::Subdirectories); it.hasNext();) {
+        QString const file = it.next();
         QVERIFY2(named.contains(file), qPrintable(file + u" is not named by any record"_s));
+    }
 
     // The caller deals with the merged record, which cannot be committed as it is, and the
     // next commit leaves only what the table names.
@@ -164,13 +128,9 @@ void TestRepositoryCrash::killedDuringChange()
     QVERIFY(reloaded.interruptedNew.installDir.isEmpty() && reloaded.interruptedOld.installDir.isEmpty());
     checkUntouched(reloaded);
     QSet<QString> expected{repoDir.absoluteFilePath(u"overview.json"_s)};
-    for (LN_ComponentMetadata const & record : reloaded.installations) {
-        expected.insert(record.productFiles);
-        for (QString const & path : record.features)
-            expected.insert(path);
-        for (QString const & path : record.sofsFiles)
-            expected.insert(path);
-    }
+    for (LN_ComponentMetadata const & r : reloaded.installations)
+        expected += QSet<QString>{r.productFiles} + QSet(r.features.cbegin(), r.features.cend())
+            + QSet(r.sofsFiles.cbegin(), r.sofsFiles.cend());
     QSet<QString> left;
     for (QString const & name : repoDir.entryList(QDir::Files))
         left.insert(repoDir.absoluteFilePath(name));
