@@ -147,7 +147,7 @@ LN_FileOpener::TypedResult<LN_NetworkFile> LN_FileOpener::downloadFile(QString c
     query.addQueryItem(u"file"_s, file);
     query.addQueryItem(u"platform"_s, options.platform);
     query.addQueryItem(u"version"_s, options.version.toString());
-    query.addQueryItem(u"cdn"_s, QString());
+    query.addQueryItem(u"cdn"_s, u""_s);
     if (!options.buildType().isEmpty())
         query.addQueryItem(u"product"_s, u"orvanis-%1"_s.arg(options.buildType()));
     url.setQuery(query);
@@ -182,6 +182,8 @@ LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openArchiveFile(QString n
         if (status == ARCHIVE_EOF) {
             result.error = make_error_code(LN_FileError::FileNotFound);
             result.message = u"%1 was not found in %2"_s.arg(name, sourcePath);
+            // Every name has now been passed: whatever is asked next starts a new pass.
+            freeArchive_();
             return result;
         }
         if (status != ARCHIVE_OK) {

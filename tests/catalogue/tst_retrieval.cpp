@@ -174,7 +174,7 @@ void TestRetrieval::retrieve_data()
     QTest::newRow("protected download without a login")
         << QString() << u"21.0.9"_s
         << QStringList{u"LN_FileError 1"_s, u"You need to be logged in to view <site>/download/download-installer/"
-                                          u"?file=overview.json&platform=linux_x86_64_gcc12&version=21.0.9&cdn"_s};
+                                          u"?file=overview.json&platform=linux_x86_64_gcc12&version=21.0.9&cdn="_s};
     // Nothing is filtered: the opener is set to one build.
     QTest::newRow("archive")
         << u"mixed.iso"_s << u"21.0.1"_s

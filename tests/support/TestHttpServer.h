@@ -11,7 +11,8 @@
 //     server.on(u"/data/overview.json"_s, TestHttpServer::Response::ok(json, "application/json"));
 //     server.on(u"/missing"_s, TestHttpServer::Response::withStatus(404, "gone"));
 //     server.on(u"/slow"_s, TestHttpServer::Response::ok({}).addChunk(50, "abc").addChunk(50, "def"));
-//     server.on(u"/unsized"_s, TestHttpServer::Response::ok("body").withFraming(TestHttpServer::Framing::CloseDelimited));
+//     server.on(u"/unsized"_s,
+//               TestHttpServer::Response::ok("body").withFraming(TestHttpServer::Framing::CloseDelimited));
 //     server.on(u"/old"_s, TestHttpServer::Response::redirect("/login/?next=%2Fold"));
 //     server.on(u"/hang"_s, TestHttpServer::Response::stall());   // headers, then silence
 //     server.on(u"/cut"_s, TestHttpServer::Response::drop());     // closes without an answer
@@ -25,8 +26,7 @@
 // Content-Length of the whole body; Chunked uses chunked transfer coding, CloseDelimited sends
 // no length and closes the connection after the body. A Stall ending leaves the connection
 // open and silent after the chunks; a Drop ending closes it (before the headers when
-// `sendHeaders` is false). Connections are kept alive between answers of known length. An answer
-// to HEAD sends its headers only.
+// `sendHeaders` is false). Connections are kept alive between answers of known length.
 // Unscripted paths answer 404.
 //
 // Two habits of Qt 6.4's client to keep in mind when counting requests or scripting failures:
@@ -54,12 +54,9 @@ public:
 
     struct Request
     {
-        QByteArray method;
-        QByteArray target;  ///< as on the request line: path and query, still encoded
-        QString path;       ///< decoded
+        QString path;  ///< decoded
         QUrlQuery query;
         QList<Header> headers;
-        QByteArray body;
 
         /// The value of the first header of that name, compared without regard to case.
         QByteArray header(QByteArray const & name) const;
@@ -82,7 +79,6 @@ public:
         Framing framing = Framing::ContentLength;
         Ending ending = Ending::Complete;
         bool sendHeaders = true;
-        int headerDelayMs = 0;
         qint64 declaredLength = -1;  ///< Content-Length to announce; -1 is the body's size
 
         static Response ok(QByteArray body, QByteArray contentType = "application/octet-stream");
@@ -95,10 +91,6 @@ public:
         Response & addHeader(QByteArray name, QByteArray value);
         Response & addChunk(int delayMs, QByteArray data);
         Response & withFraming(Framing value);
-        Response & withEnding(Ending value);
-        Response & withDeclaredLength(qint64 value);
-        Response & withHeaderDelay(int ms);
-        qint64 bodySize() const;
     };
 
     using Handler = std::function<Response(Request const &)>;
@@ -115,17 +107,10 @@ public:
 
     void on(QString const & path, Response response);
     void on(QString const & path, Handler handler);
-    void clearRoutes();
 
     QList<Request> requests() const { return requests_; }
     int requestCount(QString const & path) const;
     void clearRequests() { requests_.clear(); }
-
-    /// Connections accepted so far.
-    int connectionCount() const { return connectionCount_; }
-
-Q_SIGNALS:
-    void requestReceived(TestHttpServer::Request const & request);
 
 private:
     class Connection;
@@ -137,7 +122,4 @@ private:
     QTcpServer server_;
     QList<QPair<QString, Handler>> routes_;
     QList<Request> requests_;
-    int connectionCount_ = 0;
 };
-
-Q_DECLARE_METATYPE(TestHttpServer::Request)
