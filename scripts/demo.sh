@@ -15,5 +15,7 @@ echo "== Requests ($session) =="
 cat "$session"
 echo
 echo "== Replies of draizu-apihost --stdio =="
-"$build/tools/apihost/draizu-apihost" --stdio < "$session"
-echo "== The host exited with status $? after SHUTDOWN =="
+status=0
+"$build/tools/apihost/draizu-apihost" --stdio < "$session" || status=$?
+echo "== The host exited with status $status =="
+exit "$status"
