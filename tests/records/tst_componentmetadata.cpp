@@ -2,6 +2,8 @@
 #include <draizu/options/LN_InstallerOptions.h>
 #include <draizu/records/LN_ComponentMetadata.h>
 
+#include "ThrownBy.h"
+
 #include <QCryptographicHash>
 #include <QFile>
 #include <QJsonArray>
@@ -69,17 +71,6 @@ bool writeBytes(QString const & path, QByteArray const & bytes)
         && file.write(bytes) == bytes.size();
 }
 
-// The text of what `call` throws, or a null string.
-template <typename F>
-QString thrownBy(F && call)
-{
-    try {
-        call();
-    } catch (std::exception const & e) {
-        return QString::fromUtf8(e.what());
-    }
-    return {};
-}
 
 } // namespace
 

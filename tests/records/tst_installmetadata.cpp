@@ -1,5 +1,7 @@
 #include <draizu/records/LN_InstallMetadata.h>
 
+#include "ThrownBy.h"
+
 #include <QCryptographicHash>
 #include <QFile>
 #include <QTemporaryDir>
@@ -71,17 +73,6 @@ bool writeBytes(QString const & path, QByteArray const & bytes)
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
-// The text of what `call` throws, or a null string.
-template <typename F>
-QString thrownBy(F && call)
-{
-    try {
-        call();
-    } catch (std::exception const & e) {
-        return QString::fromUtf8(e.what());
-    }
-    return {};
-}
 
 } // namespace
 

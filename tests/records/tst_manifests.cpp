@@ -5,6 +5,8 @@
 #include <draizu/records/LN_JsonFiles.h>
 #include <draizu/records/LN_SofsFileMetadata.h>
 
+#include "ThrownBy.h"
+
 #include <QCryptographicHash>
 #include <QFile>
 #include <QTemporaryDir>
@@ -27,18 +29,6 @@ private Q_SLOTS:
 };
 
 namespace {
-
-// The text of what `call` throws, or a null string.
-template <typename F>
-QString thrownBy(F && call)
-{
-    try {
-        call();
-    } catch (std::exception const & e) {
-        return QString::fromUtf8(e.what());
-    }
-    return {};
-}
 
 bool writeBytes(QString const & path, QByteArray const & bytes)
 {
