@@ -6,6 +6,8 @@
 
 #include <draizu/catalogue/LN_AvailableInfo.h>
 
+#include "../common/BenchSupport.h"
+
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
@@ -23,17 +25,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QTextStream & out()
-{
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-bool writeFile(QString const & path, QByteArray const & bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
+using BenchSupport::out;
+using BenchSupport::summary;
+using BenchSupport::writeFile;
 
 // A format 1 catalogue whose products name content lists that the image holds.
 QByteArray catalogue(int products)
@@ -104,14 +98,6 @@ QList<double> timeRuns(int runs, std::function<bool()> const & work)
         times.append(double(timer.nsecsElapsed()) / 1e6);
     }
     return times;
-}
-
-QString summary(QList<double> times)
-{
-    std::sort(times.begin(), times.end());
-    return u"median %1 ms, best %2 ms, worst %3 ms"_s.arg(times.at(times.size() / 2), 0, 'f', 1)
-        .arg(times.first(), 0, 'f', 1)
-        .arg(times.last(), 0, 'f', 1);
 }
 
 } // namespace

@@ -14,6 +14,8 @@
 #include <draizu/io/LN_FileOpener.h>
 #include <draizu/options/LN_InstallerOptions.h>
 
+#include "../common/BenchSupport.h"
+
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
@@ -37,17 +39,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QTextStream & out()
-{
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-bool writeFile(QString const & path, QByteArray const & bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
+using BenchSupport::out;
+using BenchSupport::summary;
+using BenchSupport::writeFile;
 
 // Counts the opens of one file by any process, from the moment of construction.
 class OpenCounter
@@ -171,14 +165,6 @@ Figures measure(int runs, OpenCounter & counter, std::function<bool()> const & w
         figures.opens = counter.take();
     }
     return figures;
-}
-
-QString summary(QList<double> times)
-{
-    std::sort(times.begin(), times.end());
-    return u"median %1 ms, best %2 ms, worst %3 ms"_s.arg(times.at(times.size() / 2), 0, 'f', 1)
-        .arg(times.first(), 0, 'f', 1)
-        .arg(times.last(), 0, 'f', 1);
 }
 
 } // namespace
