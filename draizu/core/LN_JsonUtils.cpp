@@ -1,11 +1,8 @@
 #include <draizu/core/LN_JsonUtils.h>
+#include <draizu/core/LN_JsonUtils_p.h>
 
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_Exception.h>
-#include <draizu/io/LN_ExceptionFile.h>
-#include <draizu/io/LN_IODevice.h>
-
-#include <array>
 
 using namespace Qt::StringLiterals;
 
@@ -22,18 +19,6 @@ QJsonValue requiredValue(QJsonObject const & object, QString const & key, QJsonV
     if (value.isUndefined())
         throw LN_Exception(u"Required key, \"%1\", was missing"_s.arg(key));
     throw LN_Exception(wrongType.arg(key, jsonTypeToString(value)));
-}
-
-// Gives a parse failure of jsonFromBytes the name of what was read.
-LN_Result<QJsonDocument> parseNamed(QByteArray const & bytes, QString const & name)
-{
-    JsonResult const result = jsonFromBytes(bytes);
-    if (!result.isError())
-        return result.value;
-    return LN_ErrorStruct{result.error.code,
-                          u"JSON Parse error in \"%1\" at line %2, column %3: %4"_s.arg(
-                              name, QString::number(result.position.line), QString::number(result.position.column),
-                              result.parseError.errorString())};
 }
 
 } // namespace
@@ -137,23 +122,16 @@ JsonResult jsonFromBytes(QByteArray const & bytes)
     return result;
 }
 
-LN_Result<QJsonDocument> jsonFromFile(LN_ExceptionFile & file)
+// Gives a parse failure of jsonFromBytes the name of what was read.
+LN_Result<QJsonDocument> parseNamed(QByteArray const & bytes, QString const & name)
 {
-    return parseNamed(file.readAll(), file.filename());
-}
-
-LN_Result<QJsonDocument> jsonFromFile(LN_IODevice & device)
-{
-    QByteArray bytes;
-    std::array<char, 1024> chunk;
-    std::error_code ec;
-    QString message;
-    qint64 count = 0;
-    while ((count = device.read(chunk.data(), qint64(chunk.size()), ec, message)) > 0)
-        bytes.append(chunk.data(), count);
-    if (count < 0)
-        return LN_ErrorStruct{ec, message};
-    return parseNamed(bytes, device.filename());
+    JsonResult const result = jsonFromBytes(bytes);
+    if (!result.isError())
+        return result.value;
+    return LN_ErrorStruct{result.error.code,
+                          u"JSON Parse error in \"%1\" at line %2, column %3: %4"_s.arg(
+                              name, QString::number(result.position.line), QString::number(result.position.column),
+                              result.parseError.errorString())};
 }
 
 } // namespace LN_JsonUtils

@@ -12,9 +12,6 @@
 #include <QString>
 #include <QtGlobal>
 
-class LN_ExceptionFile;
-class LN_IODevice;
-
 /// Typed access to JSON that reports a missing key or a wrong type by exception, and parsing
 /// that reports where the text went wrong by line and column.
 namespace LN_JsonUtils {
@@ -57,13 +54,5 @@ DRAIZU_EXPORT Position getPosition(QByteArray const & bytes, qint64 offset);
 /// Parses a document. Never throws: a failure is an error in the QJsonParse category whose
 /// text names line and column.
 DRAIZU_EXPORT JsonResult jsonFromBytes(QByteArray const & bytes);
-
-/// Reads and parses a whole file; the file's read failures throw, parse failures are returned
-/// with the file's name in the text.
-DRAIZU_EXPORT LN_Result<QJsonDocument> jsonFromFile(LN_ExceptionFile & file);
-
-/// Reads an opened stream to its end and parses it. A failed read returns the stream's own
-/// error; parse failures are returned with the stream's name in the text.
-DRAIZU_EXPORT LN_Result<QJsonDocument> jsonFromFile(LN_IODevice & device);
 
 } // namespace LN_JsonUtils

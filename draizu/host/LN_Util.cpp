@@ -1,11 +1,9 @@
 #include <draizu/host/LN_Util.h>
 
-#include <draizu/catalogue/LN_AvailableInfo.h>
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_ErrorCode.h>
 #include <draizu/core/LN_Exception.h>
 #include <draizu/core/LN_Waits.h>
-#include <draizu/options/LN_InstallerOptions.h>
 #include <draizu/platform/LN_HostFileSystem_p.h>
 #include <draizu/platform/LN_OpenFiles_p.h>
 
@@ -20,7 +18,6 @@
 
 #include <openssl/evp.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <memory>
 
@@ -426,25 +423,4 @@ LN_Util::YesNoResult LN_Util::getYesNoOption(QString const & value)
     if (value.isEmpty())
         return Empty;
     return Unrecognised;
-}
-
-bool LN_Util::couldInstall(LN_InstallerOptions const & options, LN_AvailableInfo const & build)
-{
-    if (!options.platform.isEmpty() && LN_PlatformInfo::fromString(options.platform) != build.platform)
-        return false;
-    if (options.version != build.version)
-        return false;
-    if (options.buildType() != build.buildType)
-        return false;
-    if (options.product != productFromString(build.feature.name))
-        return false;
-    for (auto it = options.features.cbegin(); it != options.features.cend(); ++it) {
-        if (!it.value())
-            continue;
-        auto const named = [&it](LN_AvailableFeature const & feature) { return feature.name == it.key(); };
-        bool const offered = std::any_of(build.feature.features.cbegin(), build.feature.features.cend(), named);
-        if (!offered)
-            return false;
-    }
-    return true;
 }

@@ -15,9 +15,6 @@
 #include <QUrl>
 #include <QVersionNumber>
 
-class LN_InstallerOptions;
-struct LN_AvailableInfo;
-
 /// File system, text and version helpers used throughout the library. Functions that return
 /// LN_ErrorStruct report failure in it; those that return nothing throw LN_Exception.
 namespace LN_Util {
@@ -123,10 +120,5 @@ DRAIZU_EXPORT QString applicationRoot();
 
 /// Reads a yes/no option's value; callers decide what the empty value means.
 DRAIZU_EXPORT YesNoResult getYesNoOption(QString const & value);
-
-/// Whether the catalogue element can serve the options: the same platform (when the options
-/// name one), version, build type and product, and every feature the options select among
-/// the element's direct sub-features.
-DRAIZU_EXPORT bool couldInstall(LN_InstallerOptions const & options, LN_AvailableInfo const & build);
 
 } // namespace LN_Util

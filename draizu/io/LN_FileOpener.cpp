@@ -7,6 +7,7 @@
 #include <draizu/io/LN_ArchiveFile.h>
 #include <draizu/io/LN_DiskFile.h>
 #include <draizu/io/LN_Urls.h>
+#include <draizu/options/LN_CouldInstall.h>
 
 #include <QDir>
 #include <QDirIterator>

@@ -6,6 +6,7 @@
 #include <draizu/core/LN_JsonUtils.h>
 #include <draizu/io/LN_ExceptionFile.h>
 #include <draizu/io/LN_FileOpener.h>
+#include <draizu/io/LN_JsonFromFile.h>
 
 #include <QFile>
 #include <QFileInfo>

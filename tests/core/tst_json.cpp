@@ -3,6 +3,7 @@
 #include <draizu/core/LN_JsonUtils.h>
 #include <draizu/io/LN_ExceptionFile.h>
 #include <draizu/io/LN_IODevice.h>
+#include <draizu/io/LN_JsonFromFile.h>
 
 #include <QTemporaryDir>
 #include <QTest>

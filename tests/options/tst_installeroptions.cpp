@@ -2,6 +2,7 @@
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_Exception.h>
 #include <draizu/host/LN_Util.h>
+#include <draizu/options/LN_CouldInstall.h>
 #include <draizu/options/LN_InstallerOptions.h>
 
 #include <QDir>
