@@ -8,7 +8,7 @@
 
 /// An error code and the text to show. Success exactly when the code's value is 0; a default
 /// record has value 0 in the system category and an empty text.
-struct DRAIZU_EXPORT LN_ErrorStruct
+struct [[nodiscard]] LN_ErrorStruct
 {
     std::error_code code;
     QString message;
@@ -17,9 +17,9 @@ struct DRAIZU_EXPORT LN_ErrorStruct
 
     /// The number in the generic category; the text is the prefix, which brings its own
     /// separator, directly followed by the system's text for the number.
-    static LN_ErrorStruct fromPosixErrno(int error);
-    static LN_ErrorStruct fromPosixErrno(int error, QString const & prefix);
+    DRAIZU_EXPORT static LN_ErrorStruct fromPosixErrno(int error);
+    DRAIZU_EXPORT static LN_ErrorStruct fromPosixErrno(int error, QString const & prefix);
     /// Takes the platform's system error number (errno on Linux), in the generic category.
-    static LN_ErrorStruct fromWindowsError(unsigned long error);
-    static LN_ErrorStruct fromWindowsError(unsigned long error, QString const & prefix);
+    DRAIZU_EXPORT static LN_ErrorStruct fromWindowsError(unsigned long error);
+    DRAIZU_EXPORT static LN_ErrorStruct fromWindowsError(unsigned long error, QString const & prefix);
 };

@@ -6,7 +6,7 @@
 
 /// A value or an error. The value is meaningful only when `error` is not an error.
 template <typename T>
-struct LN_Result
+struct [[nodiscard]] LN_Result
 {
     LN_ErrorStruct error;
     T value{};

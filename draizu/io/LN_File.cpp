@@ -29,8 +29,9 @@ LN_File::LN_File(LN_File && other) noexcept
 LN_File & LN_File::operator=(LN_File && other) noexcept
 {
     if (this != &other) {
+        // Assignment has no way to report a failed close; the handle is gone either way.
         if (handle != LN_InvalidNativeHandle)
-            close();
+            (void)close();
         handle = std::exchange(other.handle, LN_InvalidNativeHandle);
         fileName = std::exchange(other.fileName, QString());
     }
@@ -39,8 +40,9 @@ LN_File & LN_File::operator=(LN_File && other) noexcept
 
 LN_File::~LN_File()
 {
+    // A destructor has no way to report a failed close; callers who care call close() first.
     if (handle != LN_InvalidNativeHandle)
-        close();
+        (void)close();
 }
 
 LN_Result<LN_File> LN_File::createFileWithOwner(QString const & path,
