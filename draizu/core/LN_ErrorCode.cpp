@@ -2,10 +2,14 @@
 
 #include <draizu/platform/LN_SystemError_p.h>
 
+#include <limits>
+
 QString LN_ErrorCode::errcodeToString(unsigned long error)
 {
-    auto const number = static_cast<int>(error);
-    QString const text = LN_SystemError::knownText(number);
+    // System error numbers are ints; a larger number must not wrap onto a known one.
+    QString const text = error <= static_cast<unsigned long>(std::numeric_limits<int>::max())
+        ? LN_SystemError::knownText(static_cast<int>(error))
+        : QString();
     if (text.isEmpty())
         return QStringLiteral("Error number %2.").arg(error);
     return text + QStringLiteral(" (Error %1)").arg(error);
