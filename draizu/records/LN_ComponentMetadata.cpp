@@ -1,6 +1,8 @@
 #include <draizu/records/LN_ComponentMetadata.h>
 
+#include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_Exception.h>
+#include <draizu/core/LN_Failures_p.h>
 #include <draizu/host/LN_Util.h>
 #include <draizu/options/LN_InstallerOptions.h>
 #include <draizu/records/LN_JsonFiles.h>
@@ -251,14 +253,13 @@ QList<LN_SofsFileMetadata> LN_ComponentMetadata::getSofsFiles(QString const & fe
     LN_Result<QJsonDocument> const document = readJsonFile(path);
     if (document.isError())
         return {};
-    try {
-        LN_Result<QList<LN_SofsFileMetadata>> files = LN_SofsFileMetadata::fromJsonData(document.value, path);
-        if (files.isError())
-            return {};
-        return std::move(files.value);
-    } catch (std::exception const &) {
+    // A damaged manifest, whole or in one entry, reads as no files.
+    LN_Result<QList<LN_SofsFileMetadata>> files = LN_Failures::resultOf(
+        make_error_code(LN_AvailableInfoError::InvalidFormat),
+        [&document, &path] { return LN_SofsFileMetadata::fromJsonData(document.value, path); });
+    if (files.isError())
         return {};
-    }
+    return std::move(files.value);
 }
 
 void LN_ComponentMetadata::setSofsFiles(QString const & feature, QList<LN_SofsFileMetadata> const & files)
@@ -395,7 +396,7 @@ QString LN_ComponentMetadata::detailsString() const
     return text;
 }
 
-void LN_ComponentMetadata::validate() const
+void LN_ComponentMetadata::validate_() const
 {
     if (product == LN_ProductID::Invalid)
         throw LN_Exception("invalid product");

@@ -125,7 +125,7 @@ private:
 
     /// Throws LN_Exception for an invalid product, an invalid platform of a record that is
     /// not imported, or a file with a malformed digest or a negative size.
-    void validate() const;
+    void validate_() const;
     /// Brings job-queue records up to date from the files in their directory.
     void readProductFiles_();
 };

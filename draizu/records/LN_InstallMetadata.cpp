@@ -1,6 +1,7 @@
 #include <draizu/records/LN_InstallMetadata.h>
 
 #include <draizu/core/LN_Exception.h>
+#include <draizu/core/LN_Failures_p.h>
 #include <draizu/records/LN_JsonFiles.h>
 
 #include <QFile>
@@ -9,7 +10,7 @@
 #include <QSet>
 #include <QStringList>
 
-#include <exception>
+#include <system_error>
 
 using namespace Qt::StringLiterals;
 
@@ -37,8 +38,8 @@ LN_InstallMetadata::LN_InstallMetadata(QDir const & directory_)
     intended.directory = directory;
     intended.load(newName);
 
-    QList<LN_ComponentMetadata> const fromOverview = differingComponents(*this, intended);
-    QList<LN_ComponentMetadata> const fromNew = differingComponents(intended, *this);
+    QList<LN_ComponentMetadata> const fromOverview = differingComponents_(*this, intended);
+    QList<LN_ComponentMetadata> const fromNew = differingComponents_(intended, *this);
     if (fromOverview.isEmpty() && fromNew.isEmpty())
         return;
 
@@ -49,7 +50,7 @@ LN_InstallMetadata::LN_InstallMetadata(QDir const & directory_)
         newer.product = older.product;
 
     QString const productKey = QString::fromLatin1(productName(newer.product));
-    newer.pendingFiles.insert(productKey, mergeFileLists(newer, older, productKey));
+    newer.pendingFiles.insert(productKey, mergeFileLists_(newer, older, productKey));
 
     QSet<QString> names;
     for (auto it = newer.features.constBegin(); it != newer.features.constEnd(); ++it)
@@ -59,7 +60,7 @@ LN_InstallMetadata::LN_InstallMetadata(QDir const & directory_)
     for (QString const & name : std::as_const(names)) {
         if (!newer.features.contains(name))
             newer.features.insert(name, QString());
-        newer.pendingFiles.insert(name, mergeFileLists(newer, older, name));
+        newer.pendingFiles.insert(name, mergeFileLists_(newer, older, name));
     }
 
     interruptedNew = newer;
@@ -77,10 +78,9 @@ LN_InstallMetadata::LN_InstallMetadata(QDir const & directory_, QString const & 
 
 void LN_InstallMetadata::load(QString const & name)
 {
-    LN_Result<QJsonDocument> const document = readJsonFile(directory.absoluteFilePath(name));
-    if (document.isError())
-        throw LN_Exception(u"Failed to read JSON file %1: %2"_s.arg(name, document.error.message));
-    load(document.value, name);
+    load(LN_Failures::valueOrThrow(readJsonFile(directory.absoluteFilePath(name)),
+                                   u"Failed to read JSON file %1: "_s.arg(name)),
+         name);
 }
 
 void LN_InstallMetadata::load(QJsonDocument const & document, QString const & name)
@@ -116,13 +116,12 @@ void LN_InstallMetadata::save(QString const & name)
 
 void LN_InstallMetadata::saveFinal()
 {
-    try {
-        validate();
-    } catch (std::exception const & e) {
-        QString const reason = QString::fromUtf8(e.what());
+    LN_ErrorStruct const invalid =
+        LN_Failures::resultOf(std::make_error_code(std::errc::state_not_recoverable), [this] { validate_(); });
+    if (invalid.isError()) {
         save(crashName);
         throw LN_Exception(u"The launcher's internal state is corrupted (%1). Submit %2 for debugging."_s.arg(
-            reason, directory.absoluteFilePath(crashName)));
+            invalid.message, directory.absoluteFilePath(crashName)));
     }
 
     save(overviewName);
@@ -170,18 +169,18 @@ bool LN_InstallMetadata::isTaken(QString const & directory_) const
     return installations.contains(directory_);
 }
 
-void LN_InstallMetadata::validate() const
+void LN_InstallMetadata::validate_() const
 {
     for (auto it = installations.constBegin(); it != installations.constEnd(); ++it) {
         if (it.key().isEmpty())
             throw LN_Exception("Key was empty");
         if (it.key() != it->installDir)
             throw LN_Exception("Key did not match installation directory");
-        it->validate();
+        it->validate_();
     }
 }
 
-QList<LN_ComponentMetadata> LN_InstallMetadata::differingComponents(LN_InstallMetadata const & a,
+QList<LN_ComponentMetadata> LN_InstallMetadata::differingComponents_(LN_InstallMetadata const & a,
                                                                      LN_InstallMetadata const & b)
 {
     QList<LN_ComponentMetadata> differing;
@@ -194,7 +193,7 @@ QList<LN_ComponentMetadata> LN_InstallMetadata::differingComponents(LN_InstallMe
     return differing;
 }
 
-QList<LN_FileMetadata> LN_InstallMetadata::mergeFileLists(LN_ComponentMetadata const & newer,
+QList<LN_FileMetadata> LN_InstallMetadata::mergeFileLists_(LN_ComponentMetadata const & newer,
                                                           LN_ComponentMetadata const & older, QString const & name)
 {
     QList<LN_FileMetadata> merged = newer.getFiles(name);

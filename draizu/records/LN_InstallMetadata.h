@@ -64,15 +64,15 @@ public:
 private:
     /// Throws LN_Exception for an empty key, a key that is not its record's directory, or a
     /// record that fails its own validation.
-    void validate() const;
+    void validate_() const;
 
     /// Records of `a` that `b` does not have unchanged: a record that is not ready always
     /// counts.
-    static QList<LN_ComponentMetadata> differingComponents(LN_InstallMetadata const & a,
+    static QList<LN_ComponentMetadata> differingComponents_(LN_InstallMetadata const & a,
                                                            LN_InstallMetadata const & b);
     /// Every file that either side may have put on disk, with no claim about content: no
     /// digest and size -1. Files of an old directory other than the new one keep their
     /// absolute paths.
-    static QList<LN_FileMetadata> mergeFileLists(LN_ComponentMetadata const & newer,
+    static QList<LN_FileMetadata> mergeFileLists_(LN_ComponentMetadata const & newer,
                                                  LN_ComponentMetadata const & older, QString const & name);
 };

@@ -3,6 +3,7 @@
 
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_Exception.h>
+#include <draizu/core/LN_Failures_p.h>
 #include <draizu/core/LN_JsonUtils.h>
 #include <draizu/io/LN_ExceptionFile.h>
 #include <draizu/io/LN_FileOpener.h>
@@ -11,8 +12,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <exception>
-
 using namespace Qt::StringLiterals;
 
 LN_Result<QJsonDocument> readJsonFile(QString const & path)
@@ -20,15 +19,11 @@ LN_Result<QJsonDocument> readJsonFile(QString const & path)
     if (path.isEmpty())
         return QJsonDocument();
 
-    try {
+    // Open, read and parse failures alike become the file error of the repository's readers.
+    return LN_Failures::resultOf(std::error_code(1, QFileErrorCategory()), [&path] {
         LN_ExceptionFile file(path, QIODevice::ReadOnly | QIODevice::Text);
-        LN_Result<QJsonDocument> parsed = LN_JsonUtils::jsonFromFile(file);
-        if (parsed.isError())
-            throw LN_Exception(parsed.error.message);
-        return std::move(parsed.value);
-    } catch (std::exception const & e) {
-        return LN_ErrorStruct{std::error_code(1, QFileErrorCategory()), QString::fromUtf8(e.what())};
-    }
+        return LN_Failures::valueOrThrow(LN_JsonUtils::jsonFromFile(file));
+    });
 }
 
 void writeJsonFile(QJsonDocument const & document, QString const & path)
@@ -58,8 +53,5 @@ QJsonDocument readInstallManifest(QString const & location, LN_FileOpener & open
     LN_FileOpener::TypedResult<LN_IODevice> const opened = opener.openFile(location);
     if (opened.isError())
         throw LN_Exception(u"Failed to open %1: %2"_s.arg(location, opened.message));
-    LN_Result<QJsonDocument> parsed = LN_JsonUtils::jsonFromFile(*opened.device);
-    if (parsed.isError())
-        throw LN_Exception(parsed.error.message);
-    return std::move(parsed.value);
+    return LN_Failures::valueOrThrow(LN_JsonUtils::jsonFromFile(*opened.device));
 }
