@@ -5,8 +5,6 @@
 #include <draizu/host/LN_Util.h>
 #include <draizu/records/LN_ComponentMetadata.h>
 
-#include <QCommandLineOption>
-#include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -56,8 +54,6 @@ LN_Result<LN_InstallerOptions> incorrectType(QString const & text)
 
 } // namespace
 
-LN_InstallerOptions::DiskReader::~DiskReader() = default;
-
 QString LN_InstallerOptions::getOption(QString const & key) const
 {
     return otherOptions.value(key);
@@ -92,24 +88,6 @@ bool LN_InstallerOptions::isSelected(QString const & feature) const
     if (productFromString(feature) == product)
         return true;
     return features.value(feature, false);
-}
-
-void LN_InstallerOptions::setOption(QCommandLineOption const & option, QCommandLineParser const & parser)
-{
-    if (parser.isSet(option))
-        otherOptions.insert(option.names().constFirst(), parser.value(option));
-}
-
-void LN_InstallerOptions::setOption(QString const & name, QCommandLineParser const & parser)
-{
-    if (parser.isSet(name))
-        otherOptions.insert(name, parser.value(name));
-}
-
-void LN_InstallerOptions::setDefaultValue(QString const & key, QString const & value)
-{
-    if (!otherOptions.contains(key))
-        otherOptions.insert(key, value);
 }
 
 QString LN_InstallerOptions::installDir() const
