@@ -13,38 +13,49 @@
 #include <QtGlobal>
 
 /// Typed access to JSON that reports a missing key or a wrong type by exception, and parsing
-/// that reports where the text went wrong by line and column.
+/// that reports where the text went wrong by line and column instead of a byte offset. Every
+/// record loader goes through it, so its texts are what a user sees for a damaged file.
+///
+/// The getters throw LN_Exception and never return a default; the exceptions are meant for the
+/// loader of the record concerned, which turns the text into its own failure. Parsing never
+/// throws: it returns the error. Stateless and safe from any thread.
 namespace LN_JsonUtils {
 
 /// A place in a text.
 struct Position
 {
+    /// Line number; -1 for a place outside the text.
     qint64 line = 0;
+    /// Column in UTF-16 units; -1 for a place outside the text.
     qint64 column = 0;
 };
 
-/// A parsed document, or the error with the parser's record and the place of the failure,
-/// counted from 1.
-struct JsonResult : LN_Result<QJsonDocument>
+/// A parsed document, or the error with the parser's record and the place of the failure.
+struct [[nodiscard]] JsonResult : LN_Result<QJsonDocument>
 {
     using LN_Result<QJsonDocument>::LN_Result;
 
+    /// The parser's own record; NoError on success.
     QJsonParseError parseError{};
+    /// Where the parse failed, both counted from 1; 0, 0 when the place lay past the text.
     Position position;
 };
 
-/// The value of a required key. Throw LN_Exception when the key is missing
-/// (`Required key, "k", was missing`) or its value is of another type
-/// ("Incorrect type for key k. Expected number, got string.").
+/// The number under the key, integral or not. Throws LN_Exception
+/// `Required key, "k", was missing` or "Incorrect type for key k. Expected number, got <type>.".
 DRAIZU_EXPORT double getNumber(QJsonObject const & object, QString const & key);
+/// The string under the key. Throws LN_Exception as getNumber, with "Expected string".
 DRAIZU_EXPORT QString getString(QJsonObject const & object, QString const & key);
+/// The array under the key. Throws LN_Exception as getNumber, with "Expected array".
 DRAIZU_EXPORT QJsonArray getArray(QJsonObject const & object, QString const & key);
+/// The object under the key. Throws LN_Exception as getNumber, with "Expected object".
 DRAIZU_EXPORT QJsonObject getObject(QJsonObject const & object, QString const & key);
 
 /// The type of a value in words: "NULL", "boolean", "number", "string", "array", "object",
-/// "undefined".
+/// or "undefined". Never fails.
 DRAIZU_EXPORT QString jsonTypeToString(QJsonValue const & value);
-/// The kind of a document: "array", "object", "empty document", "null" or "invailid".
+/// The kind of a document: "array", "object", "empty document", "null" or "invailid". Never
+/// fails.
 DRAIZU_EXPORT QString jsonTypeToString(QJsonDocument const & document);
 
 /// Line and column of a byte offset, both from 0; the column counts UTF-16 units, and an LF
@@ -52,7 +63,7 @@ DRAIZU_EXPORT QString jsonTypeToString(QJsonDocument const & document);
 DRAIZU_EXPORT Position getPosition(QByteArray const & bytes, qint64 offset);
 
 /// Parses a document. Never throws: a failure is an error in the QJsonParse category whose
-/// text names line and column.
+/// text names line and column, with an empty document.
 DRAIZU_EXPORT JsonResult jsonFromBytes(QByteArray const & bytes);
 
 } // namespace LN_JsonUtils

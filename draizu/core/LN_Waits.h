@@ -24,13 +24,16 @@ public:
         CopyRetry,            ///< 200: pause before a copy is retried
         ChildTerminate,       ///< 30000: a child process after terminate()
         RequestBody,          ///< 500: the rest of a request body that the transport split off
-        WaitCount
+        WaitCount             ///< the number of waits, not a wait
     };
 
+    /// The wait now in force: a test's setting, else the default. Never fails.
     static int ms(Wait wait);
+    /// The fixed default of the wait, whatever a test has set. Never fails.
     static int defaultMs(Wait wait);
 
     /// Replaces one wait for the rest of the process, or until resetForTesting.
     static void setForTesting(Wait wait, int ms);
+    /// Puts every wait back to its default.
     static void resetForTesting();
 };

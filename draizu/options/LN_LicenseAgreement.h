@@ -7,11 +7,14 @@
 /// written, so that it passes between processes unchanged.
 struct LN_LicenseAgreement
 {
+    /// The acceptance as written by the acceptance check.
     QJsonObject agreement;
 
+    /// Equal when the entries are equal as JSON.
     friend bool operator==(LN_LicenseAgreement const & a, LN_LicenseAgreement const & b)
     {
         return a.agreement == b.agreement;
     }
+    /// Negation of operator==.
     friend bool operator!=(LN_LicenseAgreement const & a, LN_LicenseAgreement const & b) { return !(a == b); }
 };

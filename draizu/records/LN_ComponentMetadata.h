@@ -18,13 +18,22 @@ class LN_InstallerOptions;
 class LN_InstallMetadata;
 
 /// The record of one installation of one product: what it is, where it lies, which features
-/// it has, and where the manifests of its files are. A plain value.
+/// it has, and where the manifests of its files are. LN_InstallMetadata keeps these records,
+/// keyed by installDir, and writes their bodies into its JSON file.
 ///
 /// File lists are keyed by feature name; the product's own list goes by
-/// productName(product) and is kept in productFiles rather than in features.
+/// productName(product) and is kept in productFiles rather than in features. setFiles and
+/// setSofsFiles touch only the pending tables; save writes them as manifests, each under a new
+/// number, so a manifest on disk is never overwritten. Reading a list from its manifest costs a
+/// file read on every call.
+///
+/// A plain value with member-wise copy and move. Reading a body never fails; save passes file
+/// errors as LN_Exception, and installOptions and getYesNoOption throw as they say. Not
+/// thread-safe, as any value.
 class DRAIZU_EXPORT LN_ComponentMetadata
 {
 public:
+    /// No installation: empty directory, product Invalid, default platform.
     LN_ComponentMetadata() = default;
     /// Reads one entry of a repository's "installations" object; the key is the directory.
     /// Nothing here fails: a missing or wrong value gives the type's empty value. Records of
@@ -32,6 +41,7 @@ public:
     /// the job-queue server may have changed behind the launcher's back.
     explicit LN_ComponentMetadata(QJsonObject::const_iterator entry);
 
+    /// Version of the build.
     QVersionNumber version;
     /// Version of the engine API that the build offers.
     QVersionNumber oapiVersion;
@@ -39,16 +49,23 @@ public:
     QVersionNumber forOrvanis;
     /// With forward slashes; empty means no installation.
     QString installDir;
+    /// Release date of the build, in ISO form on disk.
     QDate releaseDate;
+    /// Catalogue tags of the build.
     QList<QString> tags;
+    /// Build type, as the catalogue gave it; may be empty.
     QString buildType;
+    /// Label of the build.
     QString label;
+    /// Platform of the build, from "os name" and "compiler".
     LN_PlatformInfo platformInfo;
+    /// The product; Invalid for no record.
     LN_ProductID product = LN_ProductID::Invalid;
     /// Path of the product's own file manifest.
     QString productFiles;
     /// Feature name to the path of its file manifest.
     QHash<QString, QString> features;
+    /// Options the installation was made with, keyed by long option name.
     QHash<QString, QString> otherOptions;
     /// The installation is complete.
     bool ready = false;
@@ -56,11 +73,13 @@ public:
     bool imported = false;
     /// An uninstaller lies in the directory.
     bool hasUninstaller = false;
+    /// An uninstall of it failed.
     bool failedUninstall = false;
     /// File lists set but not yet written.
     QHash<QString, QList<LN_FileMetadata>> pendingFiles;
     /// Feature name to the path of its SOFS manifest.
     QHash<QString, QString> sofsFiles;
+    /// SOFS lists set through setSofsFiles; save writes them but keeps them.
     QHash<QString, QList<LN_SofsFileMetadata>> pendingSofsFiles;
 
     /// Writes the pending manifests into `directory`, each under a new number, and returns the
@@ -78,10 +97,12 @@ public:
     /// The feature's SOFS files: the pending list when there is one, else its manifest. Any
     /// failure gives an empty list.
     QList<LN_SofsFileMetadata> getSofsFiles(QString const & feature) const;
+    /// Touches only the pending table; the manifest is written at save.
     void setSofsFiles(QString const & feature, QList<LN_SofsFileMetadata> const & files);
 
     /// The product's files, then those of each feature; duplicates are kept.
     QList<LN_FileMetadata> allFiles() const;
+    /// The product's SOFS files, then those of each feature; duplicates are kept.
     QList<LN_SofsFileMetadata> allSofsFiles() const;
 
     /// A list made from the directory on disk rather than from the manifests. It pairs the
@@ -93,8 +114,9 @@ public:
     /// Whether a listed file has exactly this path, case included.
     bool containsFile(QString const & path) const;
 
+    /// Sum of the sizes of allFiles(); throws as getFiles.
     qint64 installedSize() const;
-    /// 0 for a feature the record does not have.
+    /// Sum of the sizes of the feature's files; 0 for a feature the record does not have.
     qint64 installedSize(QString const & feature) const;
 
     /// True for "yes", false for "no", the empty value and an absent key; any other word
@@ -118,6 +140,7 @@ public:
     /// manifests, ready, failedUninstall and the pending lists are not compared; the recovery
     /// of an interrupted change relies on exactly this choice.
     friend DRAIZU_EXPORT bool operator==(LN_ComponentMetadata const & a, LN_ComponentMetadata const & b);
+    /// Negation of operator==.
     friend bool operator!=(LN_ComponentMetadata const & a, LN_ComponentMetadata const & b) { return !(a == b); }
 
 private:

@@ -12,13 +12,18 @@
 class LN_FileOpener;
 struct LN_AvailableFeature;
 
-/// One file of a product or feature, as a manifest lists it.
+/// One file of a product or feature, as a manifest lists it. The same manifest form serves a
+/// build's catalogue (read before installing) and the installation repository.
 ///
 /// A manifest is a JSON object keyed by file path; each value is the array
-/// [source, base64 of the SHA-256 digest, size].
+/// [source, base64 of the SHA-256 digest, size]. A plain value. The readers mix two failure
+/// forms on purpose: a file that cannot be read is a returned failure, a malformed entry or a
+/// source of the wrong shape throws LN_Exception.
 struct DRAIZU_EXPORT LN_FileMetadata
 {
+    /// Empty path, source and digest, size 0.
     LN_FileMetadata() = default;
+    /// Takes the raw digest.
     LN_FileMetadata(QString path, QString source, QByteArray checksum, qint64 size);
     /// Takes the digest as base64 text.
     LN_FileMetadata(QString path, QString source, QString const & checksumBase64, qint64 size);
@@ -46,5 +51,6 @@ struct DRAIZU_EXPORT LN_FileMetadata
     /// checked.
     static LN_Result<QList<LN_FileMetadata>> fileMetadataFromJson(QJsonObject const & object);
 
+    /// Member-wise equality.
     friend bool operator==(LN_FileMetadata const &, LN_FileMetadata const &) = default;
 };

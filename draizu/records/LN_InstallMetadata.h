@@ -10,12 +10,18 @@
 #include <QString>
 
 /// The repository of what is installed on this machine: records keyed by installation
-/// directory, kept in one directory with the file manifests of each record.
+/// directory, kept in one directory with the file manifests of each record. It loads the
+/// table, recovers from a change that was interrupted, saves, and refuses to commit a table
+/// that is not consistent: every key non-empty and equal to its record's installDir.
 ///
 /// A change proceeds in this order, on which the recovery relies: change the table in memory,
 /// save("new.json"), change the installation on disk, saveFinal(). Manifests are never
 /// overwritten, only written under new numbers, and old ones are deleted only after
-/// "overview.json" names the new ones. One process at a time; not thread-safe.
+/// "overview.json" names the new ones. While "overview.json" itself is rewritten there is no
+/// protection: a file cut short is reported by the next load.
+///
+/// A plain value. File and format failures throw LN_Exception with a text that names the file;
+/// the queries never fail. One process at a time; not thread-safe.
 class DRAIZU_EXPORT LN_InstallMetadata
 {
 public:
@@ -33,6 +39,9 @@ public:
     /// Reads the named file of the directory into the table, replacing records of equal keys.
     /// Throws LN_Exception with the name in the text.
     void load(QString const & name);
+    /// Merges the table of a parsed document, without validating the records. Throws
+    /// LN_Exception, the text beginning with `name`, for a document that is not an object,
+    /// lacks a "format version" or has one above 1.
     void load(QJsonDocument const & document, QString const & name);
 
     /// Writes pending manifests, then the table under `name`, in place. Throws LN_Exception.
@@ -45,12 +54,13 @@ public:
 
     /// A copy of the record, or a default record.
     LN_ComponentMetadata get(QString const & directory) const;
+    /// Every record, in table order.
     QList<LN_ComponentMetadata> getAll() const;
     /// Stores the record under its installDir as it is, replacing an earlier one.
     void insert(LN_ComponentMetadata const & record);
-    /// An absent key is no error.
+    /// Drops the record under the key; an absent key is no error.
     void remove(QString const & directory);
-    /// Exact comparison of the key.
+    /// Whether a record is stored under the key, compared exactly.
     bool isTaken(QString const & directory) const;
 
     /// After a recovery: the record as "overview.json" had it; otherwise default.
@@ -59,6 +69,7 @@ public:
     LN_ComponentMetadata interruptedNew;
     /// Keyed by installation directory with forward slashes.
     QHash<QString, LN_ComponentMetadata> installations;
+    /// The repository directory; every file name is taken in it.
     QDir directory;
 
 private:

@@ -7,7 +7,9 @@
 #include <QJsonDocument>
 #include <QString>
 
-/// Reading and writing of the repository's JSON files: the table and the file manifests.
+/// Reading and writing of the repository's JSON files: the table and the file manifests. Read
+/// failures are returned, write failures thrown. Nothing is locked: one process at a time
+/// writes a repository.
 
 /// Parses the whole file. An empty path gives an empty document with success and touches no
 /// file. A file that cannot be opened, read or parsed gives code 1 of QFileErrorCategory with

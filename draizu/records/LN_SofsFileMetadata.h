@@ -11,14 +11,20 @@
 class LN_FileOpener;
 struct LN_AvailableFeature;
 
-/// One file of a feature's shared optional file set.
+/// One file of a feature's shared optional file set (SOFS): which files belong to the set and
+/// whether each one is required.
 ///
-/// Its manifest is either {} or {"files": {"<path>": {"required": <bool>}, ...}}.
+/// Its manifest is either {} or {"files": {"<path>": {"required": <bool>}, ...}}. A plain
+/// value. A manifest of the wrong shape throws LN_Exception; a malformed entry is a returned
+/// failure in LN_AvailableInfoErrorCategory.
 struct DRAIZU_EXPORT LN_SofsFileMetadata
 {
+    /// Empty path, not required.
     LN_SofsFileMetadata() = default;
+    /// The file at the path, required or not.
     LN_SofsFileMetadata(QString path, bool required);
 
+    /// The file's path.
     QString path;
     /// The file must be present.
     bool required = false;
@@ -35,5 +41,6 @@ struct DRAIZU_EXPORT LN_SofsFileMetadata
     /// One entry. Never throws: failures carry code 1 of LN_AvailableInfoErrorCategory.
     static LN_Result<LN_SofsFileMetadata> fromJson(QString const & path, QJsonValue const & value);
 
+    /// Member-wise equality.
     friend bool operator==(LN_SofsFileMetadata const &, LN_SofsFileMetadata const &) = default;
 };
