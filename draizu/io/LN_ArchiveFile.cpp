@@ -1,14 +1,15 @@
-#include <draizu/io/LN_ArchiveFile.h>
+#include <draizu/io/LN_ArchiveFile_p.h>
 
 #include <draizu/core/LN_ErrorCategory.h>
+#include <draizu/io/LN_Archive_p.h>
 
 #include <archive.h>
 #include <archive_entry.h>
 
-LN_ArchiveFile::LN_ArchiveFile(struct archive * archiveIn, struct archive_entry * entryIn, QObject * parent)
+LN_ArchiveFile::LN_ArchiveFile(struct archive * archive, struct archive_entry * entry, QObject * parent)
     : LN_IODevice(parent)
-    , archive(archiveIn)
-    , entry(entryIn)
+    , archive_(archive)
+    , entry_(entry)
 {
 }
 
@@ -21,24 +22,20 @@ bool LN_ArchiveFile::open(std::error_code &, QString &)
 
 qint64 LN_ArchiveFile::size() const
 {
-    return archive_entry_size(entry);
+    return archive_entry_size(entry_);
 }
 
 QString LN_ArchiveFile::filename() const
 {
-    // The UTF-8 form does not depend on the process's locale; the plain form is the fallback
-    // for names that libarchive cannot convert.
-    if (char const * name = archive_entry_pathname_utf8(entry))
-        return QString::fromUtf8(name);
-    return QString::fromLocal8Bit(archive_entry_pathname(entry));
+    return LN_Archive::entryPathname(entry_);
 }
 
 qint64 LN_ArchiveFile::readImpl(char * data, qint64 maxSize, std::error_code & ec, QString & message)
 {
-    la_ssize_t const count = archive_read_data(archive, data, static_cast<size_t>(maxSize));
+    la_ssize_t const count = archive_read_data(archive_, data, static_cast<size_t>(maxSize));
     if (count < 0) {
         ec = make_error_code(LN_FileError::ArchiveError);
-        message = QString::fromUtf8(archive_error_string(archive));
+        message = LN_Archive::errorText(archive_);
     }
     return count;
 }

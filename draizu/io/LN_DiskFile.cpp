@@ -4,7 +4,7 @@
 
 LN_DiskFile::LN_DiskFile(QString const & path, QObject * parent)
     : LN_IODevice(parent)
-    , file(path)
+    , file_(path)
 {
 }
 
@@ -12,29 +12,29 @@ LN_DiskFile::~LN_DiskFile() = default;
 
 bool LN_DiskFile::open(std::error_code & ec, QString & message)
 {
-    if (file.open(QIODevice::ReadOnly))
+    if (file_.open(QIODevice::ReadOnly))
         return true;
-    ec = std::error_code(file.error(), QFileErrorCategory());
-    message = file.errorString();
+    ec = std::error_code(file_.error(), QFileErrorCategory());
+    message = file_.errorString();
     return false;
 }
 
 qint64 LN_DiskFile::size() const
 {
-    return file.size();
+    return file_.size();
 }
 
 QString LN_DiskFile::filename() const
 {
-    return file.fileName();
+    return file_.fileName();
 }
 
 qint64 LN_DiskFile::readImpl(char * data, qint64 maxSize, std::error_code & ec, QString & message)
 {
-    qint64 const count = file.read(data, maxSize);
+    qint64 const count = file_.read(data, maxSize);
     if (count < 0) {
-        ec = std::error_code(file.error(), QFileErrorCategory());
-        message = file.errorString();
+        ec = std::error_code(file_.error(), QFileErrorCategory());
+        message = file_.errorString();
     }
     return count;
 }

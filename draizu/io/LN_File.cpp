@@ -10,19 +10,19 @@ using namespace Qt::StringLiterals;
 LN_File::LN_File() = default;
 
 LN_File::LN_File(LN_NativeHandle nativeHandle)
-    : handle(nativeHandle)
+    : handle_(nativeHandle)
 {
 }
 
 LN_File::LN_File(LN_NativeHandle nativeHandle, QString const & name)
-    : handle(nativeHandle)
-    , fileName(name)
+    : handle_(nativeHandle)
+    , fileName_(name)
 {
 }
 
 LN_File::LN_File(LN_File && other) noexcept
-    : handle(std::exchange(other.handle, LN_InvalidNativeHandle))
-    , fileName(std::exchange(other.fileName, QString()))
+    : handle_(std::exchange(other.handle_, LN_InvalidNativeHandle))
+    , fileName_(std::exchange(other.fileName_, QString()))
 {
 }
 
@@ -30,10 +30,10 @@ LN_File & LN_File::operator=(LN_File && other) noexcept
 {
     if (this != &other) {
         // Assignment has no way to report a failed close; the handle is gone either way.
-        if (handle != LN_InvalidNativeHandle)
+        if (handle_ != LN_InvalidNativeHandle)
             (void)close();
-        handle = std::exchange(other.handle, LN_InvalidNativeHandle);
-        fileName = std::exchange(other.fileName, QString());
+        handle_ = std::exchange(other.handle_, LN_InvalidNativeHandle);
+        fileName_ = std::exchange(other.fileName_, QString());
     }
     return *this;
 }
@@ -41,7 +41,7 @@ LN_File & LN_File::operator=(LN_File && other) noexcept
 LN_File::~LN_File()
 {
     // A destructor has no way to report a failed close; callers who care call close() first.
-    if (handle != LN_InvalidNativeHandle)
+    if (handle_ != LN_InvalidNativeHandle)
         (void)close();
 }
 
@@ -63,31 +63,32 @@ LN_Result<LN_File> LN_File::createFileWithOwner(QString const & path,
         error = LN_NativeFile::createNew(path, fileAttributes, &created);
     }
     if (error != 0)
-        return LN_ErrorStruct::fromWindowsError(static_cast<unsigned long>(error), u"Failed to create file %1: "_s.arg(path));
+        return LN_ErrorStruct::fromWindowsError(static_cast<unsigned long>(error),
+                                                u"Failed to create file %1: "_s.arg(path));
     // The path is not kept: messages of a created file take the form without a name.
     return LN_File(created);
 }
 
 LN_ErrorStruct LN_File::close()
 {
-    LN_NativeHandle const old = std::exchange(handle, LN_InvalidNativeHandle);
+    LN_NativeHandle const old = std::exchange(handle_, LN_InvalidNativeHandle);
     if (int const error = LN_NativeFile::close(old))
-        return formatErrorMessage(static_cast<unsigned long>(error), u"close"_s);
+        return formatErrorMessage_(static_cast<unsigned long>(error), u"close"_s);
     return {};
 }
 
 LN_ErrorStruct LN_File::flush()
 {
-    if (int const error = LN_NativeFile::flush(handle))
-        return formatErrorMessage(static_cast<unsigned long>(error), u"flush"_s);
+    if (int const error = LN_NativeFile::flush(handle_))
+        return formatErrorMessage_(static_cast<unsigned long>(error), u"flush"_s);
     return {};
 }
 
 LN_Result<unsigned long> LN_File::read(char * buffer, unsigned long size)
 {
     unsigned long count = 0;
-    if (int const error = LN_NativeFile::read(handle, buffer, size, &count))
-        return formatErrorMessage(static_cast<unsigned long>(error), u"read"_s);
+    if (int const error = LN_NativeFile::read(handle_, buffer, size, &count))
+        return formatErrorMessage_(static_cast<unsigned long>(error), u"read"_s);
     return count;
 }
 
@@ -97,8 +98,8 @@ LN_Result<unsigned long> LN_File::write(char const * buffer, unsigned long size,
     do {
         // Each pass asks for what is left of the buffer, never for bytes beyond its end.
         unsigned long written = 0;
-        if (int const error = LN_NativeFile::write(handle, buffer + total, size - total, &written)) {
-            LN_Result<unsigned long> failed(formatErrorMessage(static_cast<unsigned long>(error), u"write"_s));
+        if (int const error = LN_NativeFile::write(handle_, buffer + total, size - total, &written)) {
+            LN_Result<unsigned long> failed(formatErrorMessage_(static_cast<unsigned long>(error), u"write"_s));
             failed.value = total + written;
             return failed;
         }
@@ -107,9 +108,9 @@ LN_Result<unsigned long> LN_File::write(char const * buffer, unsigned long size,
     return total;
 }
 
-LN_ErrorStruct LN_File::formatErrorMessage(unsigned long code, QString const & verb) const
+LN_ErrorStruct LN_File::formatErrorMessage_(unsigned long code, QString const & verb) const
 {
-    QString const text = fileName.isEmpty() ? u"Failed to %1 file: "_s.arg(verb)
-                                            : u"Failed to %1 \"%2\": "_s.arg(verb, fileName);
+    QString const text = fileName_.isEmpty() ? u"Failed to %1 file: "_s.arg(verb)
+                                             : u"Failed to %1 \"%2\": "_s.arg(verb, fileName_);
     return LN_ErrorStruct::fromWindowsError(code, text);
 }

@@ -14,13 +14,21 @@
 class DRAIZU_EXPORT LN_File
 {
 public:
+    /// Holds no file.
     LN_File();
+    /// Takes ownership of an open handle; messages will say "file".
     explicit LN_File(LN_NativeHandle nativeHandle);
+    /// Takes ownership of an open handle; messages will name the file `name`.
     LN_File(LN_NativeHandle nativeHandle, QString const & name);
+    /// Takes the other's file and name; the other holds none afterwards.
     LN_File(LN_File && other) noexcept;
+    /// Closes the file held, dropping a failure to close, then takes the other's.
     LN_File & operator=(LN_File && other) noexcept;
+    /// Not copyable: one owner per handle.
     LN_File(LN_File const &) = delete;
+    /// Not copyable: one owner per handle.
     LN_File & operator=(LN_File const &) = delete;
+    /// Closes the file held; a failure to close is dropped, so call close() to see it.
     ~LN_File();
 
     /// Creates a new file for writing; an existing file is an error and stays untouched. When
@@ -35,9 +43,10 @@ public:
     /// Closes the file; afterwards the LN_File holds none, also when closing failed. Closing
     /// one that holds no file is reported as the system's failure.
     LN_ErrorStruct close();
-    /// Has the written data on the device.
+    /// Has the written data on the device; the system's failure otherwise.
     LN_ErrorStruct flush();
-    /// One read of at most `size` bytes; 0 bytes at the end of the file.
+    /// One read of at most `size` bytes; 0 bytes at the end of the file, the system's failure
+    /// with a count of 0 otherwise.
     LN_Result<unsigned long> read(char * buffer, unsigned long size);
     /// Writes `size` bytes, with as many system calls as it takes when `writeAll` is set and
     /// with one otherwise, which may write fewer. On failure the value still counts the bytes
@@ -45,8 +54,8 @@ public:
     LN_Result<unsigned long> write(char const * buffer, unsigned long size, bool writeAll);
 
 private:
-    LN_ErrorStruct formatErrorMessage(unsigned long code, QString const & verb) const;
+    LN_ErrorStruct formatErrorMessage_(unsigned long code, QString const & verb) const;
 
-    LN_NativeHandle handle = LN_InvalidNativeHandle;
-    QString fileName;
+    LN_NativeHandle handle_ = LN_InvalidNativeHandle;
+    QString fileName_;
 };

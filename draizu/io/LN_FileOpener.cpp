@@ -4,7 +4,7 @@
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/host/LN_Util.h>
 #include <draizu/io/LN_Archive_p.h>
-#include <draizu/io/LN_ArchiveFile.h>
+#include <draizu/io/LN_ArchiveFile_p.h>
 #include <draizu/io/LN_DiskFile.h>
 #include <draizu/io/LN_Urls.h>
 #include <draizu/options/LN_CouldInstall.h>
@@ -29,86 +29,81 @@ QStringList const launcherInstallerNames = {
     u"orvanis_launcher.dmg"_s,
 };
 
-
-
 } // namespace
 
 LN_FileOpener::LN_FileOpener(QNetworkAccessManager * manager, LN_InstallerOptions const & installerOptions,
                              QByteArray token)
-    : networkManager(manager)
-    , authToken(std::move(token))
+    : networkManager_(manager)
+    , authToken_(std::move(token))
 {
     setInstallerOptions(installerOptions);
 }
 
 LN_FileOpener::LN_FileOpener(QNetworkAccessManager * manager, QDir const & directory, QByteArray token)
-    : sourcePath(directory.path())
-    , networkManager(manager)
-    , authToken(std::move(token))
+    : sourcePath_(directory.path())
+    , networkManager_(manager)
+    , authToken_(std::move(token))
 {
 }
 
-LN_FileOpener::~LN_FileOpener()
-{
-    freeArchive_();
-}
+LN_FileOpener::~LN_FileOpener() = default;
 
 void LN_FileOpener::setInstallerOptions(LN_InstallerOptions const & installerOptions)
 {
-    options = installerOptions;
-    if (options.offlineInstaller != sourcePath) {
-        sourcePath = options.offlineInstaller;
-        state = State_Unresolved;
+    options_ = installerOptions;
+    if (options_.offlineInstaller != sourcePath_) {
+        sourcePath_ = options_.offlineInstaller;
+        state_ = State_Unresolved;
     }
 }
 
 void LN_FileOpener::setVersion(QVersionNumber const & version)
 {
-    state = State_Unresolved;
-    options.version = version;
+    state_ = State_Unresolved;
+    options_.version = version;
 }
 
-void LN_FileOpener::computeState()
+void LN_FileOpener::computeState_()
 {
-    if (sourcePath.isEmpty()) {
-        state = State_Network;
+    if (sourcePath_.isEmpty()) {
+        state_ = State_Network;
         return;
     }
 
     // A file named by the user is trusted to hold the build that was asked for.
-    if (QFileInfo(sourcePath).isFile() && !LN_AvailableInfo::fromFile(sourcePath).isEmpty()) {
-        state = State_Archive;
+    if (QFileInfo(sourcePath_).isFile() && !LN_AvailableInfo::fromFile(sourcePath_).isEmpty()) {
+        state_ = State_Archive;
         return;
     }
 
     // The walk goes on after a hit, so that of several suitable archives the last one wins.
-    QDirIterator files(sourcePath, QDir::Files);
+    QDirIterator files(sourcePath_, QDir::Files);
     while (files.hasNext()) {
         QString const path = files.next();
         QList<LN_AvailableInfo> const builds = LN_AvailableInfo::fromFile(path);
         for (LN_AvailableInfo const & build : builds) {
-            if (LN_Util::couldInstall(options, build)) {
-                sourcePath = path;
-                state = State_Archive;
+            if (LN_Util::couldInstall(options_, build)) {
+                sourcePath_ = path;
+                state_ = State_Archive;
                 break;
             }
         }
     }
 
-    if (state == State_Unresolved && QFileInfo(QDir(sourcePath).filePath(u"data/overview.json"_s)).isFile())
-        state = State_Directory;
+    if (state_ == State_Unresolved && QFileInfo(QDir(sourcePath_).filePath(u"data/overview.json"_s)).isFile())
+        state_ = State_Directory;
 }
 
 LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openFile(QString const & name)
 {
-    if (state == State_Unresolved)
-        computeState();
+    if (state_ == State_Unresolved)
+        computeState_();
 
-    switch (state) {
+    switch (state_) {
     case State_Network:
-        return makeGenericResult(downloadFile(name));
+        return makeGenericResult_(downloadFile(name));
     case State_Archive:
-        return openArchiveFile(name);
+        return openArchiveFile_(name);
     case State_Directory:
         return openDiskFile_(name);
     case State_Unresolved:
@@ -119,15 +114,15 @@ LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openFile(QString const & 
 
 LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openSofsFile(QString const & name)
 {
-    if (state == State_Unresolved)
-        computeState();
+    if (state_ == State_Unresolved)
+        computeState_();
 
-    switch (state) {
+    switch (state_) {
     case State_Network:
-        return makeGenericResult(
+        return makeGenericResult_(
             downloadFile(QUrl(LN_Urls::instance().getUrl(LN_Urls::Url_DownloadSofs) + name, QUrl::TolerantMode)));
     case State_Archive:
-        return openArchiveFile(u"sofs/"_s + name);
+        return openArchiveFile_(u"sofs/"_s + name);
     case State_Directory:
         return openDiskFile_(u"data/sofs/"_s + name);
     case State_Unresolved:
@@ -146,11 +141,11 @@ LN_FileOpener::TypedResult<LN_NetworkFile> LN_FileOpener::downloadFile(QString c
     QUrl url(LN_Urls::instance().getUrl(LN_Urls::Url_DownloadInstaller), QUrl::TolerantMode);
     QUrlQuery query;
     query.addQueryItem(u"file"_s, file);
-    query.addQueryItem(u"platform"_s, options.platform);
-    query.addQueryItem(u"version"_s, options.version.toString());
+    query.addQueryItem(u"platform"_s, options_.platform);
+    query.addQueryItem(u"version"_s, options_.version.toString());
     query.addQueryItem(u"cdn"_s, u""_s);
-    if (!options.buildType().isEmpty())
-        query.addQueryItem(u"product"_s, u"orvanis-%1"_s.arg(options.buildType()));
+    if (!options_.buildType().isEmpty())
+        query.addQueryItem(u"product"_s, u"orvanis-%1"_s.arg(options_.buildType()));
     url.setQuery(query);
     return downloadFile(url);
 }
@@ -158,49 +153,49 @@ LN_FileOpener::TypedResult<LN_NetworkFile> LN_FileOpener::downloadFile(QString c
 LN_FileOpener::TypedResult<LN_NetworkFile> LN_FileOpener::downloadFile(QUrl const & url)
 {
     QNetworkRequest request = LN_Util::createHttpRequest(url);
-    if (!authToken.isEmpty())
-        request.setRawHeader("Authorization", "Bearer " + authToken);
+    if (!authToken_.isEmpty())
+        request.setRawHeader("Authorization", "Bearer " + authToken_);
 
     TypedResult<LN_NetworkFile> result;
-    result.device = std::make_unique<LN_NetworkFile>(networkManager, request);
+    result.device = std::make_unique<LN_NetworkFile>(networkManager_, request);
     result.device->open(result.error, result.message);
     return result;
 }
 
-LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openArchiveFile(QString name)
+LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openArchiveFile_(QString name)
 {
     if (!launcherInstallerNames.contains(name) && !name.startsWith(u"packages"_s))
         name.prepend(u"data/"_s);
 
     TypedResult<LN_IODevice> result;
     // The archive only reads forward: an entry behind the current position means a new pass.
-    if ((!archive || seenEntries.contains(name)) && !reopenArchive_(result.error, result.message))
+    if ((!archive_ || seenEntries_.contains(name)) && !reopenArchive_(result.error, result.message))
         return result;
 
     for (;;) {
         archive_entry * entry = nullptr;
-        int const status = archive_read_next_header(archive, &entry);
+        int const status = archive_read_next_header(archive_.get(), &entry);
         if (status == ARCHIVE_EOF) {
             result.error = make_error_code(LN_FileError::FileNotFound);
-            result.message = u"%1 was not found in %2"_s.arg(name, sourcePath);
+            result.message = u"%1 was not found in %2"_s.arg(name, sourcePath_);
             // Every name has now been passed: whatever is asked next starts a new pass.
-            freeArchive_();
+            archive_.reset();
             return result;
         }
         if (status != ARCHIVE_OK) {
             result.error = make_error_code(LN_FileError::ArchiveError);
-            result.message = LN_Archive::errorText(archive);
+            result.message = LN_Archive::errorText(archive_.get());
             // libarchive refuses every further call on a reader in this state; the next
             // request starts from a fresh one.
             if (status == ARCHIVE_FATAL)
-                freeArchive_();
+                archive_.reset();
             return result;
         }
 
         QString const pathname = LN_Archive::entryPathname(entry);
-        seenEntries.insert(pathname);
+        seenEntries_.insert(pathname);
         if (pathname == name) {
-            result.device = std::make_unique<LN_ArchiveFile>(archive, entry);
+            result.device = std::make_unique<LN_ArchiveFile>(archive_.get(), entry);
             return result;
         }
     }
@@ -208,39 +203,36 @@ LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openArchiveFile(QString n
 
 bool LN_FileOpener::reopenArchive_(std::error_code & ec, QString & message)
 {
-    freeArchive_();
-    seenEntries.clear();
-    archive = archive_read_new();
-    if (!archive) {
+    seenEntries_.clear();
+    archive_.reset(archive_read_new());
+    if (!archive_) {
         ec = make_error_code(LN_FileError::ArchiveError);
         message = u"Out of memory"_s;
         return false;
     }
-    if (LN_Archive::openFile(archive, sourcePath) != ARCHIVE_OK) {
+    if (LN_Archive::openFile(archive_.get(), sourcePath_) != ARCHIVE_OK) {
         ec = make_error_code(LN_FileError::ArchiveError);
-        message = LN_Archive::errorText(archive);
-        freeArchive_();
+        message = LN_Archive::errorText(archive_.get());
+        archive_.reset();
         return false;
     }
     return true;
 }
 
-void LN_FileOpener::freeArchive_()
+void LN_FileOpener::ArchiveFree::operator()(struct archive * reader) const
 {
-    if (archive)
-        archive_read_free(archive);
-    archive = nullptr;
+    archive_read_free(reader);
 }
 
 LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::openDiskFile_(QString const & relativePath) const
 {
     TypedResult<LN_IODevice> result;
-    result.device = std::make_unique<LN_DiskFile>(QDir(sourcePath).absoluteFilePath(relativePath));
+    result.device = std::make_unique<LN_DiskFile>(QDir(sourcePath_).absoluteFilePath(relativePath));
     result.device->open(result.error, result.message);
     return result;
 }
 
-LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::makeGenericResult(TypedResult<LN_NetworkFile> && result)
+LN_FileOpener::TypedResult<LN_IODevice> LN_FileOpener::makeGenericResult_(TypedResult<LN_NetworkFile> && result)
 {
     return {std::move(result.device), result.error, std::move(result.message)};
 }

@@ -41,6 +41,7 @@ struct archive;
 class DRAIZU_EXPORT LN_FileOpener
 {
 public:
+    /// Where the files come from; decided at the first open after a change of source or version.
     enum State : qint32 {
         State_Unresolved = 0,
         State_Network = 1,
@@ -50,14 +51,19 @@ public:
 
     /// A stream with the outcome of opening it. The stream may be there although the open
     /// failed (a disk file that could not be opened, a download that could not start), and
-    /// belongs to the result until someone takes it.
+    /// belongs to the result until someone takes it. Not to be dropped: its failure would go
+    /// unseen.
     template <typename T>
-    struct TypedResult
+    struct [[nodiscard]] TypedResult
     {
+        /// The stream, or null; test `error`, not this.
         std::unique_ptr<T> device;
+        /// Value 0 on success.
         std::error_code error;
+        /// The readable failure; empty on success.
         QString message;
 
+        /// Whether the open failed.
         bool isError() const { return error.value() != 0; }
     };
 
@@ -67,9 +73,12 @@ public:
                   QByteArray token = QByteArray());
     /// Files from an unpacked installer directory or the archives in it, with default options.
     LN_FileOpener(QNetworkAccessManager * manager, QDir const & directory, QByteArray token = QByteArray());
+    /// Closes the open archive; streams from it are invalid from here on.
     ~LN_FileOpener();
 
+    /// Not copyable: the open archive has one reader.
     LN_FileOpener(LN_FileOpener const &) = delete;
+    /// Not copyable: the open archive has one reader.
     LN_FileOpener & operator=(LN_FileOpener const &) = delete;
 
     /// Takes the options. A different offline installer (compared as text) is looked for anew
@@ -96,19 +105,23 @@ public:
     TypedResult<LN_NetworkFile> downloadFile(QUrl const & url);
 
 private:
-    void computeState();
-    TypedResult<LN_IODevice> openArchiveFile(QString name);
+    struct ArchiveFree
+    {
+        void operator()(struct archive * reader) const;
+    };
+
+    void computeState_();
+    TypedResult<LN_IODevice> openArchiveFile_(QString name);
     TypedResult<LN_IODevice> openDiskFile_(QString const & relativePath) const;
     bool reopenArchive_(std::error_code & ec, QString & message);
-    void freeArchive_();
-    static TypedResult<LN_IODevice> makeGenericResult(TypedResult<LN_NetworkFile> && result);
+    static TypedResult<LN_IODevice> makeGenericResult_(TypedResult<LN_NetworkFile> && result);
     static TypedResult<LN_IODevice> notLocated_();
 
-    State state = State_Unresolved;
-    QString sourcePath;
-    QSet<QString> seenEntries;
-    struct archive * archive = nullptr;
-    LN_InstallerOptions options;
-    QNetworkAccessManager * networkManager;
-    QByteArray authToken;
+    State state_ = State_Unresolved;
+    QString sourcePath_;
+    QSet<QString> seenEntries_;
+    std::unique_ptr<struct archive, ArchiveFree> archive_;
+    LN_InstallerOptions options_;
+    QNetworkAccessManager * networkManager_;
+    QByteArray authToken_;
 };

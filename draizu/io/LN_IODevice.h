@@ -17,7 +17,9 @@ class DRAIZU_EXPORT LN_IODevice : public QObject
     Q_OBJECT
 
 public:
+    /// A stream, owned by `parent` when one is given.
     explicit LN_IODevice(QObject * parent = nullptr);
+    /// Streams are deleted through this base.
     ~LN_IODevice() override;
 
     /// Makes the stream ready to read; false with the error set when it cannot be.
@@ -27,14 +29,21 @@ public:
     /// What the stream reads, for messages.
     virtual QString filename() const = 0;
 
+    /// Reads at most `maxSize` bytes: the count read, 0 at the end, negative on failure, whose
+    /// reason is dropped.
     qint64 read(char * data, qint64 maxSize);
+    /// Reads at most `maxSize` bytes: the count read, 0 at the end, negative on failure with
+    /// `ec` and `message` set.
     qint64 read(char * data, qint64 maxSize, std::error_code & ec, QString & message);
 
     /// Reads to the end into `out` and returns its size, or the negative result of the read
-    /// that failed; what was read before the failure stays in `out`.
+    /// that failed, whose reason is dropped; what was read before the failure stays in `out`.
     qint64 readAll(QByteArray & out);
+    /// Reads to the end into `out` and returns its size, or the negative result of the read
+    /// that failed with `ec` and `message` set; what was read before stays in `out`.
     qint64 readAll(QByteArray & out, std::error_code & ec, QString & message);
 
 protected:
+    /// What every read comes to; the same promise as read().
     virtual qint64 readImpl(char * data, qint64 maxSize, std::error_code & ec, QString & message) = 0;
 };

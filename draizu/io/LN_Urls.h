@@ -14,6 +14,7 @@
 class DRAIZU_EXPORT LN_Urls
 {
 public:
+    /// The site's pages; each maps to a fixed path.
     enum Url : qint32 {
         Url_Site = 0,
         Url_LoginLauncher = 1,
@@ -43,8 +44,11 @@ public:
     /// alone. Paths end in "/".
     QString getUrl(Url url) const;
 
+    /// The name of the site's session cookie, "sessionid".
     QString sessionCookieName() const;
+    /// The path of the session cookie, "/".
     QString sessionCookiePath() const;
+    /// The domain of the session cookie: the environment's, as written, else the default host.
     QString sessionCookieDomain() const;
 
 private:

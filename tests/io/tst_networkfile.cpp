@@ -1,12 +1,16 @@
+#include <draizu/catalogue/LN_AvailableInfo.h>
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_Waits.h>
 #include <draizu/host/LN_Util.h>
+#include <draizu/io/LN_FileOpener.h>
 #include <draizu/io/LN_NetworkFile.h>
+#include <draizu/io/LN_Urls.h>
 
 #include <support/TestHttpServer.h>
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QSignalSpy>
 #include <QTest>
 
 #include <memory>
@@ -19,7 +23,6 @@ using Framing = TestHttpServer::Framing;
 using Routes = QList<QPair<QString, Response>>;
 Q_DECLARE_METATYPE(Response)
 Q_DECLARE_METATYPE(Routes)
-Q_DECLARE_METATYPE(std::error_code)
 
 namespace {
 
@@ -34,41 +37,66 @@ Response page(QByteArray body)
     return Response::ok(std::move(body)).addHeader("X-Checksum", "caf\xc3\xa9");
 }
 
+QString described(LN_ErrorStruct const & error)
+{
+    return QString::fromUtf8(error.code.category().name())
+           + u" %1: %2"_s.arg(QString::number(error.code.value()), error.message);
+}
+
+// How Qt itself ends a plain GET of the URL, waited to its end.
+LN_ErrorStruct qtEnd(QNetworkAccessManager & manager, QString const & url)
+{
+    std::unique_ptr<QNetworkReply> reply(manager.get(QNetworkRequest(QUrl(url))));
+    QSignalSpy(reply.get(), &QNetworkReply::finished).wait(generousStallMs);
+    return {std::error_code(reply->error(), QNetworkFileErrorCategory()), reply->errorString()};
+}
+
+// How a transfer is asked for and read, beyond what the server answers.
+struct Reading
+{
+    int stallMs = generousStallMs;
+    bool http2 = true;  // allowed, as for every request to the site: a stall then gets one retry
+    int transferTimeoutMs = 0;
+    int pauseMs = 0;  // after reading `body`, before the read that meets the end
+    QByteArray secondAnswer = {};  // the body of the answer to a second request of the path, if any
+    QByteArray body = {};  // what is read before the end or the failure
+    int requests = 0;  // of the path, when counted
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(Reading)
 
 class TestNetworkFile : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void init();
-    void cleanup();
     void readsBody_data();
     void readsBody();
-    void failedReads_data();
-    void failedReads();
-    void stall_data();
-    void stall();
-    void destroyWhileTransferring();
+    void httpStatus_data();
+    void httpStatus();
+    void endings_data();
+    void endings();
 
 private:
-    std::unique_ptr<TestHttpServer> server_;
-    std::unique_ptr<QNetworkAccessManager> manager_;
+    TestHttpServer server_;
+    QNetworkAccessManager manager_;
 };
+
+void TestNetworkFile::initTestCase()
+{
+    QVERIFY(server_.listen());
+    // Read once, at the library's first use of the site's address.
+    qputenv("ORVANIS_LAUNCHER_SERVER_URL", server_.origin().toUtf8());
+}
 
 void TestNetworkFile::init()
 {
     LN_Waits::setForTesting(LN_Waits::NetworkStall, generousStallMs);
-    server_ = std::make_unique<TestHttpServer>();
-    QVERIFY(server_->listen());
-    manager_ = std::make_unique<QNetworkAccessManager>();
-}
-
-void TestNetworkFile::cleanup()
-{
-    manager_.reset();
-    server_.reset();
-    LN_Waits::resetForTesting();
+    server_.clearRequests();
 }
 
 void TestNetworkFile::readsBody_data()
@@ -78,9 +106,7 @@ void TestNetworkFile::readsBody_data()
 
     QString const f = u"/f"_s;
     QByteArray const text = "{\"format version\": 1}";
-    QByteArray big;
-    for (int i = 0; big.size() < 5 * 1024 * 1024; ++i)
-        big += QByteArray::number(i) + ',';
+    QByteArray const big = QByteArray("0123456789abcdefghijklmnopqrstuvw").repeated(160000);
     auto const redirectTo = [&](QString const & to) {
         return Routes{{f, Response::redirect(to.toUtf8())}, {to, page(text)}};
     };
@@ -103,19 +129,13 @@ void TestNetworkFile::readsBody()
     QFETCH(Routes, routes);
     QFETCH(QByteArray, body);
     for (auto const & [route, response] : routes)
-        server_->on(route, response);
+        server_.on(route, response);
     QString const path = routes.constFirst().first;
-    bool const redirected = routes.size() > 1;
 
-    LN_NetworkFile file(manager_.get(), LN_Util::createHttpRequest(server_->url(path)));
-    std::error_code ec;
-    QString message;
-    QVERIFY(file.open(ec, message));
+    LN_NetworkFile file(&manager_, LN_Util::createHttpRequest(server_.url(path)));
     QCOMPARE(file.size(), qint64(-1));
-
     char first[4];
-    qint64 const firstCount = file.read(first, sizeof first, ec, message);
-    QCOMPARE(message, QString());
+    qint64 const firstCount = file.read(first, sizeof first);
     QVERIFY(firstCount > 0 || body.isEmpty());
     // An announced length may or may not have been reported yet; an unknown one is not known
     // before the end.
@@ -123,202 +143,176 @@ void TestNetworkFile::readsBody()
         QCOMPARE(file.size(), qint64(-1));
 
     QByteArray rest;
-    qint64 const result = file.readAll(rest, ec, message);
-    QCOMPARE(message, QString());
+    qint64 const result = file.readAll(rest);
     QCOMPARE(result, rest.size());
     QCOMPARE(QByteArray(first, firstCount) + rest, body);
-    char byte = 0;
-    QCOMPARE(file.read(&byte, 1), qint64(0));
-    QCOMPARE(file.filename(), server_->url(routes.constLast().first).toString());
+    QCOMPARE(file.read(first, 1), qint64(0));
+    QCOMPARE(file.filename(), server_.url(routes.constLast().first).toString());
     QCOMPARE(file.getHeader(u"x-checksum"_s), u"café"_s);
     QVERIFY(file.hasHeader(u"x-checksum"_s) && !file.hasHeader(u"X-Missing"_s));
     // At the end Qt reports what arrived as the total, whether announced or not. After a
     // redirect it now and then reports nothing, and with HTTP/2 allowed Qt 6.4 now and then
     // sends the redirected GET twice.
-    if (!redirected) {
+    if (routes.size() == 1) {
         QCOMPARE(file.size(), body.isEmpty() ? qint64(-1) : qint64(body.size()));
-        QCOMPARE(server_->requestCount(path), 1);
+        QCOMPARE(server_.requestCount(path), 1);
     }
 }
 
-void TestNetworkFile::failedReads_data()
+void TestNetworkFile::httpStatus_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<Response>("response");
+
+    for (int status : {400, 401, 403, 404, 405, 407, 409, 410, 418, 422, 500, 501, 503, 504, 599}) {
+        QTest::addRow("%d, page with the status", status) << status << Response::withStatus(status, "<html>");
+        // The page reaches the reader before Qt ends the reply and sets its error.
+        QTest::addRow("%d, page trickling in", status)
+            << status << Response::withStatus(status, "<html>").addChunk(30, "gone").addChunk(30, "</html>");
+        QTest::addRow("%d, no page", status) << status << Response::withStatus(status);
+    }
+}
+
+// Whichever comes first, the page or the end of the reply, a read fails with the code Qt gives
+// the status, through every reader of the site; the text is Qt's when Qt's error ended the
+// wait, the status check's otherwise.
+void TestNetworkFile::httpStatus()
+{
+    QFETCH(int, status);
+    QFETCH(Response, response);
+    QString const versionsUrl = LN_Urls::instance().getUrl(LN_Urls::Url_Versions);
+    for (QString const & path : {u"/f"_s, u"/download/download-installer/"_s, QUrl(versionsUrl).path()})
+        server_.on(path, response);
+    auto const unlikeQt = [&](LN_ErrorStruct const & error, QString const & url) {
+        LN_ErrorStruct const qt = qtEnd(manager_, url);
+        QString const statusText = u"Request %1 returned response code %2"_s.arg(url).arg(status);
+        bool const same = error.code == qt.code && (error.message == qt.message || error.message == statusText);
+        return same ? QString() : described(error) + u" | Qt: "_s + described(qt);
+    };
+
+    LN_NetworkFile file(&manager_, LN_Util::createHttpRequest(server_.url(u"/f"_s)));
+    LN_ErrorStruct error;
+    QByteArray body;
+    QCOMPARE(file.readAll(body, error.code, error.message), qint64(-1));
+    QCOMPARE(unlikeQt(error, file.filename()), QString());
+
+    LN_FileOpener opener(&manager_, LN_InstallerOptions());
+    LN_FileOpener::TypedResult<LN_IODevice> const opened = opener.openFile(u"overview.json"_s);
+    QCOMPARE(opened.device->readAll(body, error.code, error.message), qint64(-1));
+    QString const siteUrl = opened.device->filename();
+    QCOMPARE(unlikeQt(error, siteUrl), QString());
+
+    QCOMPARE(unlikeQt(LN_AvailableInfo::availableOrvanisVersions(opener, QString()).error, versionsUrl), QString());
+    LN_ErrorStruct const product = LN_AvailableInfo::getProductInfo(opener).error;
+    if (qtEnd(manager_, siteUrl).code.value() == QNetworkReply::ContentNotFoundError)
+        QCOMPARE(described(product), u"LN_AvailableInfoError 3: The selected version is not available"_s);
+    else
+        QCOMPARE(unlikeQt(product, siteUrl), QString());
+}
+
+void TestNetworkFile::endings_data()
 {
     QTest::addColumn<Routes>("routes");
     QTest::addColumn<QString>("path");
-    QTest::addColumn<int>("transferTimeoutMs");
-    QTest::addColumn<int>("pauseMs");  // after reading what comes before the failure
-    QTest::addColumn<QByteArray>("bodyBeforeFailure");
-    QTest::addColumn<std::error_code>("error");
-    QTest::addColumn<QString>("message");  // {url} is the URL of the request
+    QTest::addColumn<QString>("outcome");  // empty for success; {url} is the URL of the request
+    QTest::addColumn<Reading>("reading");
 
-    auto const network = [](QNetworkReply::NetworkError e) { return std::error_code(e, QNetworkFileErrorCategory()); };
-    std::error_code const unknown = make_error_code(LN_FileError::Unknown);
-    std::error_code const notLoggedIn = make_error_code(LN_FileError::NotLoggedIn);
     QString const f = u"/f"_s;
-    QString const loggedOut = u"You need to be logged in to view {url}"_s;
-    QString const noStatus = u"Request {url} did not return a valid response code"_s;
+    QString const loggedOut = u"LN_FileError 1: You need to be logged in to view {url}"_s;
+    QString const canceled = u"QNetwork 5: Operation canceled"_s;
+    QString const timedOut = u"QNetwork 4: Network connection timed out"_s;
     auto const toLogin = [](QByteArray const & location, QString const & login, Response const & answer) {
         return Routes{{u"/download"_s, Response::redirect(location)}, {login, answer}};
     };
-    Response const form = Response::ok("<form/>", "text/html");
     // Qt itself now and then takes a connection dropped in the body for the end of the reply,
     // so a body is cut off here by the request's own transfer timeout.
     QByteArray const head = "0123456789";
     Response const cutOff = Response::stall(100).addChunk(0, head);
-    quint16 const closedPort = [] {
-        TestHttpServer probe;
-        return probe.listen() ? probe.port() : quint16(1);
-    }();
+    Response const stalls = Response::stall().addChunk(0, "partial");
+    // Slow in all, but never silent for as long as the stall time.
+    int const half = shortStallMs / 2;
+    Response const steady = Response::ok("partial").addChunk(half, ";1").addChunk(half, ";2").addChunk(half, ";3");
+    TestHttpServer closed;  // gone when the rows run
+    QVERIFY(closed.listen());
 
-    auto const row = [](char const * name, Routes const & routes, QString const & path, std::error_code error,
-                        QString const & message, int timeoutMs = 0, int pauseMs = 0, QByteArray const & before = {}) {
-        QTest::newRow(name) << routes << path << timeoutMs << pauseMs << before << error << message;
+    auto const row = [](char const * name, Routes const & routes, QString const & path, QString const & outcome,
+                        Reading const & reading = {}) {
+        QTest::newRow(name) << routes << path << outcome << reading;
     };
-    row("404 without body", {{f, Response::withStatus(404)}}, f, network(QNetworkReply::ContentNotFoundError),
-        u"Error transferring {url} - server replied: Not Found"_s);
-    // A page that arrives before the reply ends is seen before Qt has judged the status.
-    row("404 with a page", {{f, Response::withStatus(404, "<html>no such").addChunk(100, "</html>")}}, f, unknown,
-        u"Request {url} returned response code 404"_s);
-    row("redirect to login", toLogin("/login/?next=%2Fdownload", u"/login/"_s, form), u"/download?file=overview.json"_s,
-        notLoggedIn, loggedOut);
+    // What the login page answers says nothing about the download, whichever way it comes.
     row("redirect to login page that answers 404",
         toLogin("/login/", u"/login/"_s, Response::withStatus(404, "<html>").addChunk(100, "</html>")), u"/download"_s,
-        notLoggedIn, loggedOut);
-    row("redirect to encoded login path", toLogin("/%6Cogin/x", u"/login/x"_s, form), u"/download"_s, notLoggedIn,
         loggedOut);
-    row("connection dropped without answer", {{f, Response::drop()}}, f, network(QNetworkReply::RemoteHostClosedError),
-        u"Connection closed"_s);
-    row("transfer cut off in the body", {{f, cutOff}}, f, network(QNetworkReply::OperationCanceledError),
-        u"Operation canceled"_s, 200, 0, head);
+    row("redirect to login page that answers 404 without a page",
+        toLogin("/login/", u"/login/"_s, Response::withStatus(404)), u"/download"_s, loggedOut);
+    row("redirect to encoded login path", toLogin("/%6Cogin/?next=%2Fdownload", u"/login/"_s, Response::ok("<form/>")),
+        u"/download?file=overview.json"_s, loggedOut);
+    row("connection dropped without answer", {{f, Response::drop()}}, f, u"QNetwork 2: Connection closed"_s);
+    row("transfer cut off in the body", {{f, cutOff}}, f, canceled, {.transferTimeoutMs = 200, .body = head});
     // All that arrived was read; the next read must report the failure, not the end of the body.
-    row("cut off while nobody waits", {{f, cutOff}}, f, network(QNetworkReply::OperationCanceledError),
-        u"Operation canceled"_s, 100, 300, head);
+    row("cut off while nobody waits", {{f, cutOff}}, f, canceled,
+        {.transferTimeoutMs = 100, .pauseMs = 300, .body = head});
     // A reply that has failed before anyone waited on it is judged by its status alone.
-    row("refused before the first read", {}, u"http://127.0.0.1:%1/f"_s.arg(closedPort),
-        network(QNetworkReply::ConnectionRefusedError), noStatus, 0, 200);
-    row("not http", {}, u"data:text/plain,hello"_s, unknown, noStatus);
+    row("refused before the first read", {}, u"http://127.0.0.1:%1/f"_s.arg(closed.port()),
+        u"QNetwork 1: Request {url} did not return a valid response code"_s, {.pauseMs = 200});
+    row("not http", {}, u"data:text/plain,hello"_s,
+        u"LN_FileError 4: Request {url} did not return a valid response code"_s);
+    // A retry starts the body again from the beginning.
+    row("stall, retry stalls too", {{f, stalls}}, f, timedOut,
+        {.stallMs = shortStallMs, .body = "partialpartial", .requests = 2});
+    row("stall, retry answers", {{f, stalls}}, f, QString(),
+        {.stallMs = shortStallMs, .secondAnswer = "complete body", .body = "partialcomplete body", .requests = 2});
+    row("stall of a request without HTTP/2, no retry", {{f, stalls}}, f, timedOut,
+        {.stallMs = shortStallMs, .http2 = false, .secondAnswer = "complete body", .body = "partial", .requests = 1});
+    row("slow transfer never stalls", {{f, steady}}, f, QString(),
+        {.stallMs = shortStallMs, .body = "partial;1;2;3", .requests = 1});
 }
 
-void TestNetworkFile::failedReads()
+void TestNetworkFile::endings()
 {
     QFETCH(Routes, routes);
     QFETCH(QString, path);
-    QFETCH(int, transferTimeoutMs);
-    QFETCH(int, pauseMs);
-    QFETCH(QByteArray, bodyBeforeFailure);
-    QFETCH(std::error_code, error);
-    QFETCH(QString, message);
+    QFETCH(QString, outcome);
+    QFETCH(Reading, reading);
+    LN_Waits::setForTesting(LN_Waits::NetworkStall, reading.stallMs);
     for (auto const & [route, response] : routes)
-        server_->on(route, response);
+        server_.on(route, [this, route, response, second = reading.secondAnswer](TestHttpServer::Request const &) {
+            return !second.isEmpty() && server_.requestCount(route) == 2 ? Response::ok(second) : response;
+        });
 
-    QUrl const url = path.startsWith(u'/') ? server_->url(path) : QUrl(path);
+    QUrl const url = path.startsWith(u'/') ? server_.url(path) : QUrl(path);
     QNetworkRequest request = LN_Util::createHttpRequest(url);
-    request.setTransferTimeout(transferTimeoutMs);
-    LN_NetworkFile file(manager_.get(), request);
-    std::error_code ec;
-    QString text;
-    QVERIFY(file.open(ec, text));
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, reading.http2);
+    request.setTransferTimeout(reading.transferTimeoutMs);
+    LN_NetworkFile file(&manager_, request);
+    LN_ErrorStruct error;
+    QVERIFY(file.open(error.code, error.message));
 
-    // The reply fails while the reader is busy elsewhere.
+    // The reply ends while the reader is busy elsewhere.
     QByteArray data;
     char buffer[64];
-    if (pauseMs > 0) {
-        while (data.size() < bodyBeforeFailure.size()) {
+    if (reading.pauseMs > 0) {
+        while (data.size() < reading.body.size()) {
             qint64 const count = file.read(buffer, sizeof buffer);
             QVERIFY(count > 0);
             data.append(buffer, count);
         }
-        QTest::qWait(pauseMs);
+        QTest::qWait(reading.pauseMs);
     }
-    // Given up for good after the first failure: a further read neither hands out what the
-    // reply buffered nor asks again.
     QByteArray rest;
-    QCOMPARE(file.readAll(rest, ec, text), qint64(-1));
-    qsizetype const requests = server_->requests().size();
-    std::error_code againCode;
-    QString again;
-    QCOMPARE(file.read(buffer, sizeof buffer, againCode, again), qint64(-1));
-    QCOMPARE(data + rest, bodyBeforeFailure);
-    QCOMPARE(text, QString(message).replace(u"{url}"_s, url.toString()));
-    QCOMPARE(ec, error);
-    QCOMPARE(again, text);
-    QCOMPARE(againCode, error);
-    QCOMPARE(server_->requests().size(), requests);
-}
-
-void TestNetworkFile::stall_data()
-{
-    QTest::addColumn<Response>("first");  // the answer to every request but a second one
-    QTest::addColumn<bool>("siteRequest");
-    QTest::addColumn<bool>("secondAnswers");
-    QTest::addColumn<int>("requests");
-    QTest::addColumn<bool>("timesOut");
-    QTest::addColumn<QByteArray>("afterFirstRead");
-
-    Response const stalls = Response::stall().addChunk(0, "partial");
-    // Slow in all, but never silent for as long as the stall time.
-    Response steady = Response::ok("partial");
-    for (char const * piece : {";1", ";2", ";3", ";4", ";5"})
-        steady.addChunk(shortStallMs / 2, piece);
-    // After a retry the body starts again from the beginning.
-    QTest::newRow("site request, both stall") << stalls << true << false << 2 << true << QByteArray("partial");
-    QTest::newRow("site request, retry answers") << stalls << true << true << 2 << false << QByteArray("complete body");
-    QTest::newRow("plain request, no retry") << stalls << false << true << 1 << true << QByteArray();
-    QTest::newRow("slow transfer never stalls") << steady << true << false << 1 << false << QByteArray(";1;2;3;4;5");
-}
-
-void TestNetworkFile::stall()
-{
-    QFETCH(Response, first);
-    QFETCH(bool, siteRequest);
-    QFETCH(bool, secondAnswers);
-    QFETCH(int, requests);
-    QFETCH(bool, timesOut);
-    QFETCH(QByteArray, afterFirstRead);
-
-    LN_Waits::setForTesting(LN_Waits::NetworkStall, shortStallMs);
-    server_->on(u"/f"_s, [&](TestHttpServer::Request const &) {
-        return secondAnswers && server_->requestCount(u"/f"_s) == 2 ? Response::ok("complete body") : first;
-    });
-
-    QUrl const url = server_->url(u"/f"_s);
-    LN_NetworkFile file(manager_.get(), siteRequest ? LN_Util::createHttpRequest(url) : QNetworkRequest(url));
-    std::error_code ec;
-    QString message;
-    QVERIFY(file.open(ec, message));
-    char buffer[64];
-    QCOMPARE(file.read(buffer, sizeof buffer, ec, message), qint64(7));
-    QCOMPARE(QByteArray(buffer, 7), QByteArray("partial"));
-
-    QByteArray rest;
-    qint64 const result = file.readAll(rest, ec, message);
-    QCOMPARE(result, timesOut ? qint64(-1) : rest.size());
-    QCOMPARE(server_->requestCount(u"/f"_s), requests);
-    QCOMPARE(rest, afterFirstRead);
-    if (!timesOut)
-        return;
-    QCOMPARE(ec, std::error_code(QNetworkReply::TimeoutError, QNetworkFileErrorCategory()));
-    QCOMPARE(message, u"Network connection timed out"_s);
-    // Given up for good: no third request.
-    message.clear();
-    QCOMPARE(file.read(buffer, sizeof buffer, ec, message), qint64(-1));
-    QCOMPARE(message, u"Network connection timed out"_s);
-    QCOMPARE(server_->requestCount(u"/f"_s), requests);
-}
-
-void TestNetworkFile::destroyWhileTransferring()
-{
-    server_->on(u"/f"_s, Response::ok("first").addChunk(5000, "never read"));
-    {
-        LN_NetworkFile file(manager_.get(), LN_Util::createHttpRequest(server_->url(u"/f"_s)));
-        char buffer[16];
-        QCOMPARE(file.read(buffer, sizeof buffer), qint64(5));
-    }
-    // The aborted reply leaves the manager usable.
-    server_->on(u"/g"_s, Response::ok("again"));
-    LN_NetworkFile again(manager_.get(), LN_Util::createHttpRequest(server_->url(u"/g"_s)));
-    QByteArray data;
-    QCOMPARE(again.readAll(data), qint64(5));
+    qint64 const result = file.readAll(rest, error.code, error.message);
+    QCOMPARE(result, outcome.isEmpty() ? rest.size() : qint64(-1));
+    QCOMPARE(data + rest, reading.body);
+    outcome.replace(u"{url}"_s, url.toString());
+    QCOMPARE(error.message.isEmpty() ? QString() : described(error), outcome);
+    // Given up for good, or at the end: a further read neither hands out what the reply
+    // buffered nor asks again.
+    qsizetype const requests = server_.requests().size();
+    QCOMPARE(file.read(buffer, sizeof buffer, error.code, error.message), qint64(outcome.isEmpty() ? 0 : -1));
+    QCOMPARE(error.message.isEmpty() ? QString() : described(error), outcome);
+    QCOMPARE(server_.requests().size(), requests);
+    if (reading.requests > 0)
+        QCOMPARE(server_.requestCount(url.path()), reading.requests);
 }
 
 QTEST_GUILESS_MAIN(TestNetworkFile)

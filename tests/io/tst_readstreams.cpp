@@ -1,5 +1,5 @@
 #include <draizu/core/LN_ErrorCategory.h>
-#include <draizu/io/LN_ArchiveFile.h>
+#include <draizu/io/LN_ArchiveFile_p.h>
 #include <draizu/io/LN_DiskFile.h>
 
 #include <QDir>

@@ -178,13 +178,15 @@ private:
 
     bool closesConnection_() const { return closeAfter_ || current_.framing == Framing::CloseDelimited; }
 
+    // A chunk without a delay goes out in one write with what comes before it, the headers
+    // included, so that the client can get status and body in one packet.
     void sendNextChunk_()
     {
         if (step_ >= current_.body.size()) {
             end_();
             return;
         }
-        QTimer::singleShot(current_.body[step_].delayMs, this, [this] {
+        auto const send = [this] {
             QByteArray const & data = current_.body[step_].data;
             bool const chunked = current_.framing == Framing::Chunked && current_.sendHeaders;
             // An empty piece of chunked coding would end the body.
@@ -192,7 +194,11 @@ private:
                 socket_->write(chunked ? QByteArray::number(data.size(), 16) + "\r\n" + data + "\r\n" : data);
             ++step_;
             sendNextChunk_();
-        });
+        };
+        if (current_.body[step_].delayMs == 0)
+            send();
+        else
+            QTimer::singleShot(current_.body[step_].delayMs, this, send);
     }
 
     void end_()

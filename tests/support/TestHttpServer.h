@@ -22,7 +22,8 @@
 //     QNetworkRequest request(server.url(u"/slow?x=1"_s));
 //     ... server.requestCount(u"/hang"_s), server.requests().last().header("authorization") ...
 //
-// A body is a list of chunks, each sent after its own delay. By default the answer carries a
+// A body is a list of chunks, each sent after its own delay; a chunk without one goes out in
+// the same write as what precedes it, headers included. By default the answer carries a
 // Content-Length of the whole body; Chunked uses chunked transfer coding, CloseDelimited sends
 // no length and closes the connection after the body. A Stall ending leaves the connection
 // open and silent after the chunks; a Drop ending closes it (before the headers when
