@@ -22,6 +22,7 @@
 #include <archive_entry.h>
 
 #include <memory>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -94,6 +95,75 @@ QList<LN_AvailableInfo> fromLocalFile(QString const & path)
     return LN_AvailableInfo::fromFile(QString::fromUtf8(path.toLocal8Bit()));
 }
 
+// Read twice, the second reading being the one kept: a file that stops being an installer in
+// between gets a message of its own, as callers have always been told.
+LN_Result<QList<LN_AvailableInfo>> fromInstallerFile(QString const & path)
+{
+    if (fromLocalFile(path).isEmpty())
+        return availableInfoError(LN_AvailableInfoError::InvalidFormat,
+                                  u"\"%1\" is not a valid offline installer file"_s.arg(path));
+    QList<LN_AvailableInfo> builds = fromLocalFile(path);
+    if (builds.isEmpty())
+        return availableInfoError(LN_AvailableInfoError::InvalidFormat,
+                                  u"\"%1\" is a file but contains no versions"_s.arg(path));
+    return builds;
+}
+
+// The feature's owner is this element as it was being built; copies keep that address.
+LN_AvailableInfo elementOf(LN_AvailableInfo const & header, QJsonObject const & feature)
+{
+    LN_AvailableInfo element = header;
+    element.feature = LN_AvailableFeature(feature, element);
+    return element;
+}
+
+// Format 1 takes one version or a list of them; the parse of each may be empty.
+QList<QVersionNumber> minimumLauncherVersionsValue(QJsonValue const & value)
+{
+    if (value.isString())
+        return {versionValue(value)};
+    if (!value.isArray())
+        throw LN_Exception("Invalid minimum launcher version number");
+    QList<QVersionNumber> versions;
+    QJsonArray const texts = value.toArray();
+    for (QJsonValue const & text : texts)
+        versions.append(versionValue(text));
+    return versions;
+}
+
+// The catalogue entry's object; nothing for one that is too large, cannot be read or is no JSON.
+std::optional<QJsonObject> readCatalogue(archive * reader, archive_entry * entry)
+{
+    la_int64_t const size = archive_entry_size(entry);
+    if (size < 0 || size > maximumCatalogueSize)
+        return std::nullopt;
+    QByteArray bytes(qsizetype(size), Qt::Uninitialized);
+    la_ssize_t const read = archive_read_data(reader, bytes.data(), size_t(size));
+    if (read < 0)
+        return std::nullopt;
+    bytes.truncate(read);
+
+    LN_JsonUtils::JsonResult const json = LN_JsonUtils::jsonFromBytes(bytes);
+    if (json.isError())
+        return std::nullopt;
+    return json.value.object();
+}
+
+// An installer must hold every content list that its catalogue names, one level deep.
+bool holdsContentLists(QList<LN_AvailableInfo> const & catalogue, QSet<QString> const & seen)
+{
+    QString const dataDirectory = u"data/"_s;
+    for (LN_AvailableInfo const & element : catalogue) {
+        if (!seen.contains(dataDirectory + element.feature.files))
+            return false;
+        for (LN_AvailableFeature const & feature : element.feature.features) {
+            if (!seen.contains(dataDirectory + feature.files))
+                return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 QList<LN_AvailableInfo> LN_AvailableInfo::fromJsonDocument(QJsonDocument const & document)
@@ -104,30 +174,30 @@ QList<LN_AvailableInfo> LN_AvailableInfo::fromJsonDocument(QJsonDocument const &
     QList<LN_AvailableInfo> catalogue;
     QJsonArray const blocks = document.array();
     for (QJsonValue const & block : blocks)
-        catalogue.append(fromJson(block.toObject()));
+        catalogue.append(fromJson_(block.toObject()));
     return catalogue;
 }
 
-QList<LN_AvailableInfo> LN_AvailableInfo::fromJson(QJsonObject const & block)
+QList<LN_AvailableInfo> LN_AvailableInfo::fromJson_(QJsonObject const & block)
 {
     switch (block.value(u"format version"_s).toInt(0)) {
     case 0:
-        return fromFormat0(block);
+        return fromFormat0_(block);
     case 1:
-        return fromFormat1(block);
+        return fromFormat1_(block);
     default:
         // Written by a newer site for newer launchers.
         return {};
     }
 }
 
-QList<LN_AvailableInfo> LN_AvailableInfo::fromFormat0(QJsonObject const & block)
+QList<LN_AvailableInfo> LN_AvailableInfo::fromFormat0_(QJsonObject const & block)
 {
     LN_AvailableInfo header;
     header.version = versionValue(block.value(u"version"_s));
     if (header.version.isNull())
         throw LN_Exception("Invalid version number");
-    header.tags = parseTags(block.value(u"tags"_s).toArray());
+    header.tags = parseTags_(block.value(u"tags"_s).toArray());
     if (isGold(block))
         header.tags.append(u"Production"_s);
     header.buildType = block.value(u"build type"_s).toString();
@@ -142,15 +212,12 @@ QList<LN_AvailableInfo> LN_AvailableInfo::fromFormat0(QJsonObject const & block)
     QList<LN_AvailableInfo> elements;
     QJsonArray const products = block.value(u"products"_s).toArray();
     elements.reserve(products.size());
-    for (QJsonValue const & product : products) {
-        LN_AvailableInfo element = header;
-        element.feature = LN_AvailableFeature(product.toObject(), element);
-        elements.append(std::move(element));
-    }
+    for (QJsonValue const & product : products)
+        elements.append(elementOf(header, product.toObject()));
     return elements;
 }
 
-QList<LN_AvailableInfo> LN_AvailableInfo::fromFormat1(QJsonObject const & block)
+QList<LN_AvailableInfo> LN_AvailableInfo::fromFormat1_(QJsonObject const & block)
 {
     QJsonValue const products = block.value(u"products"_s);
     if (!products.isArray())
@@ -159,52 +226,40 @@ QList<LN_AvailableInfo> LN_AvailableInfo::fromFormat1(QJsonObject const & block)
 
     QList<LN_AvailableInfo> elements;
     QJsonArray const productArray = products.toArray();
-    for (QJsonValue const & productValue : productArray) {
-        if (!productValue.isObject())
+    for (QJsonValue const & product : productArray) {
+        if (!product.isObject())
             throw LN_Exception("Error: Expected object");
-        QJsonObject const product = productValue.toObject();
-
-        LN_AvailableInfo header;
-        header.releaseDate = dateValue(product, u"release date"_s);
-        header.tags = parseTags(product.value(u"tags"_s).toArray());
-        if (gold)
-            header.tags.append(u"Production"_s);
-        header.version = versionValue(product.value(u"version"_s));
-        if (header.version.isNull())
-            throw LN_Exception("Invalid product version number");
-        header.oapiVersion = versionValue(product.value(u"oapi version"_s));
-
-        QJsonValue const minimum = product.value(u"minimum launcher version"_s);
-        if (minimum.isString()) {
-            header.minimumLauncherVersions = {versionValue(minimum)};
-        } else if (minimum.isArray()) {
-            QJsonArray const versions = minimum.toArray();
-            for (QJsonValue const & version : versions)
-                header.minimumLauncherVersions.append(versionValue(version));
-        } else {
-            throw LN_Exception("Invalid minimum launcher version number");
-        }
-
-        header.buildType = product.value(u"build type"_s).toString();
-        header.label = product.value(u"label"_s).toString();
-        header.platform = platformValue(product);
-        header.licenses = licensesValue(product);
-
-        LN_AvailableInfo element = header;
-        element.feature = LN_AvailableFeature(product, element);
-        elements.append(std::move(element));
-
-        QJsonArray const features = product.value(u"features"_s).toArray();
-        for (QJsonValue const & feature : features) {
-            LN_AvailableInfo featureElement = header;
-            featureElement.feature = LN_AvailableFeature(feature.toObject(), featureElement);
-            elements.append(std::move(featureElement));
-        }
+        elements.append(fromProduct_(product.toObject(), gold));
     }
     return elements;
 }
 
-QStringList LN_AvailableInfo::parseTags(QJsonArray const & array)
+// A product of format 1: its own element, then one for each entry of its "features".
+QList<LN_AvailableInfo> LN_AvailableInfo::fromProduct_(QJsonObject const & product, bool gold)
+{
+    LN_AvailableInfo header;
+    header.releaseDate = dateValue(product, u"release date"_s);
+    header.tags = parseTags_(product.value(u"tags"_s).toArray());
+    if (gold)
+        header.tags.append(u"Production"_s);
+    header.version = versionValue(product.value(u"version"_s));
+    if (header.version.isNull())
+        throw LN_Exception("Invalid product version number");
+    header.oapiVersion = versionValue(product.value(u"oapi version"_s));
+    header.minimumLauncherVersions = minimumLauncherVersionsValue(product.value(u"minimum launcher version"_s));
+    header.buildType = product.value(u"build type"_s).toString();
+    header.label = product.value(u"label"_s).toString();
+    header.platform = platformValue(product);
+    header.licenses = licensesValue(product);
+
+    QList<LN_AvailableInfo> elements = {elementOf(header, product)};
+    QJsonArray const features = product.value(u"features"_s).toArray();
+    for (QJsonValue const & feature : features)
+        elements.append(elementOf(header, feature.toObject()));
+    return elements;
+}
+
+QStringList LN_AvailableInfo::parseTags_(QJsonArray const & array)
 {
     QStringList tags;
     tags.reserve(array.size());
@@ -219,9 +274,7 @@ QStringList LN_AvailableInfo::parseTags(QJsonArray const & array)
 QList<LN_AvailableInfo> LN_AvailableInfo::fromFile(QString const & path)
 {
     ArchiveReader reader(archive_read_new());
-    if (!reader)
-        return {};
-    if (LN_Archive::openFile(reader.get(), path) != ARCHIVE_OK)
+    if (!reader || LN_Archive::openFile(reader.get(), path) != ARCHIVE_OK)
         return {};
 
     QList<LN_AvailableInfo> catalogue;
@@ -243,33 +296,12 @@ QList<LN_AvailableInfo> LN_AvailableInfo::fromFile(QString const & path)
         seen.insert(name);
         if (name != catalogueEntry)
             continue;
-
-        la_int64_t const size = archive_entry_size(entry);
-        if (size < 0 || size > maximumCatalogueSize)
+        std::optional<QJsonObject> const block = readCatalogue(reader.get(), entry);
+        if (!block)
             return {};
-        QByteArray bytes(qsizetype(size), Qt::Uninitialized);
-        la_ssize_t const read = archive_read_data(reader.get(), bytes.data(), size_t(size));
-        if (read < 0)
-            return {};
-        bytes.truncate(read);
-
-        LN_JsonUtils::JsonResult const json = LN_JsonUtils::jsonFromBytes(bytes);
-        if (json.isError())
-            return {};
-        catalogue.append(fromJson(json.value.object()));
+        catalogue.append(fromJson_(*block));
     }
-
-    // An installer must hold every content list that its catalogue names, one level deep.
-    QString const dataDirectory = u"data/"_s;
-    for (LN_AvailableInfo const & element : std::as_const(catalogue)) {
-        if (!seen.contains(dataDirectory + element.feature.files))
-            return {};
-        for (LN_AvailableFeature const & feature : element.feature.features) {
-            if (!seen.contains(dataDirectory + feature.files))
-                return {};
-        }
-    }
-    if (!seen.contains(catalogueEntry))
+    if (!seen.contains(catalogueEntry) || !holdsContentLists(catalogue, seen))
         return {};
     return catalogue;
 }
@@ -326,44 +358,43 @@ LN_Result<QList<LN_AvailableInfo>> LN_AvailableInfo::availableOrvanisVersions(LN
 LN_Result<QList<LN_AvailableInfo>> LN_AvailableInfo::availableOrvanisVersionsFromPath(QString const & path)
 {
     QFileInfo const info(path);
-    QList<LN_AvailableInfo> builds;
-    if (info.isFile()) {
-        if (fromLocalFile(path).isEmpty())
-            return availableInfoError(LN_AvailableInfoError::InvalidFormat,
-                                      u"\"%1\" is not a valid offline installer file"_s.arg(path));
-        builds = fromLocalFile(path);
-        if (builds.isEmpty())
-            return availableInfoError(LN_AvailableInfoError::InvalidFormat,
-                                      u"\"%1\" is a file but contains no versions"_s.arg(path));
-    } else if (info.isDir()) {
-        QDir const directory(path);
-        if (directory.exists(u"overview.json"_s)) {
-            LN_ExceptionFile overview(directory.filePath(u"overview.json"_s), QIODevice::ReadOnly | QIODevice::Text);
-            LN_Result<QJsonDocument> const document = LN_JsonUtils::jsonFromFile(overview);
-            if (document.isError())
-                return document.error;
-            if (!document.value.isObject())
-                return availableInfoError(LN_AvailableInfoError::InvalidFormat,
-                                          overview.filename() + u" is not valid. Expected object."_s);
-            builds = fromJson(document.value.object());
-        } else {
-            QDirIterator files(path, QDir::Files);
-            while (files.hasNext())
-                builds.append(fromLocalFile(files.next()));
-        }
-        if (builds.isEmpty())
-            return availableInfoError(LN_AvailableInfoError::NoVersionsFound,
-                                      u"available versions from directory \"%1\" found no results"_s.arg(path));
-    } else if (info.exists()) {
-        return availableInfoError(LN_AvailableInfoError::NoVersionsFound, u"available versions is empty"_s);
-    } else {
+    if (!info.isFile() && !info.isDir()) {
+        if (info.exists())
+            return availableInfoError(LN_AvailableInfoError::NoVersionsFound, u"available versions is empty"_s);
         return availableInfoError(LN_AvailableInfoError::NoVersionsFound,
                                   u"Unable to read available versions from \"%1\": Path does not exist"_s.arg(path));
     }
-
-    builds.removeIf([](LN_AvailableInfo const & build) {
+    LN_Result<QList<LN_AvailableInfo>> found = info.isFile() ? fromInstallerFile(path) : fromDirectory_(path);
+    if (found.isError())
+        return found;
+    found.value.removeIf([](LN_AvailableInfo const & build) {
         return !build.platform.isCompatibleArchitecture() || build.platform.os != runningOs();
     });
+    return found;
+}
+
+// An unpacked installer's "overview.json", or else the offline installer files in the directory.
+LN_Result<QList<LN_AvailableInfo>> LN_AvailableInfo::fromDirectory_(QString const & path)
+{
+    QDir const directory(path);
+    QList<LN_AvailableInfo> builds;
+    if (directory.exists(u"overview.json"_s)) {
+        LN_ExceptionFile overview(directory.filePath(u"overview.json"_s), QIODevice::ReadOnly | QIODevice::Text);
+        LN_Result<QJsonDocument> const document = LN_JsonUtils::jsonFromFile(overview);
+        if (document.isError())
+            return document.error;
+        if (!document.value.isObject())
+            return availableInfoError(LN_AvailableInfoError::InvalidFormat,
+                                      overview.filename() + u" is not valid. Expected object."_s);
+        builds = fromJson_(document.value.object());
+    } else {
+        QDirIterator files(path, QDir::Files);
+        while (files.hasNext())
+            builds.append(fromLocalFile(files.next()));
+    }
+    if (builds.isEmpty())
+        return availableInfoError(LN_AvailableInfoError::NoVersionsFound,
+                                  u"available versions from directory \"%1\" found no results"_s.arg(path));
     return builds;
 }
 
@@ -382,5 +413,5 @@ LN_Result<QList<LN_AvailableInfo>> LN_AvailableInfo::getProductInfo(LN_FileOpene
     if (!document.value.isObject())
         return availableInfoError(LN_AvailableInfoError::InvalidFormat,
                                   overview.device->filename() + u" is not valid. Expected object."_s);
-    return fromJson(document.value.object());
+    return fromJson_(document.value.object());
 }

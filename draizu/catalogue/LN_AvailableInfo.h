@@ -19,21 +19,37 @@ class LN_FileOpener;
 
 /// One element of a build catalogue: one product or feature of one build. A catalogue is a
 /// flat list of them; the elements of one build share its version, tags and platform and differ
-/// in `feature`. A default-constructed element stands for nothing found.
+/// in `feature`. A plain value record, copied at will; a default-constructed element stands for
+/// nothing found.
+///
+/// The static members read catalogues: the parsers from JSON and offline installer archives,
+/// and the retrieval functions from wherever a catalogue lies. Parsers throw LN_Exception for a
+/// faulty catalogue, with the first fault found and no partial list; the retrieval functions
+/// return failures to reach or read the data as errors and let the parsers' exceptions through.
+/// Nothing is cached: every call reads its source again, and an archive costs one pass over its
+/// headers. The parsers and queries may run on any thread; the functions that take an opener
+/// run on the opener's thread.
 struct DRAIZU_EXPORT LN_AvailableInfo
 {
+    /// The build's release date; null when the catalogue gives none or one that does not parse.
     QDate releaseDate;
-    /// "Alpha", "Beta" and "Production" tell how far a build may be trusted.
+    /// Free words of the build; "Alpha", "Beta" and "Production" tell how far it may be trusted.
     QStringList tags;
+    /// The build's version.
     QVersionNumber version;
+    /// The version of the engine API; catalogue format 1 only, and may be null.
     QVersionNumber oapiVersion;
     /// The oldest launcher of each major.minor line that can install this build.
     QList<QVersionNumber> minimumLauncherVersions;
     /// Empty for an ordinary build.
     QString buildType;
+    /// Free text shown with the version; catalogue format 1 only.
     QString label;
+    /// The system the build is made for.
     LN_PlatformInfo platform;
+    /// The licence agreements of the build, carried for the acceptance check.
     QList<LN_LicenseInfo> licenses;
+    /// The product or feature that this element stands for.
     LN_AvailableFeature feature;
 
     /// Parses the site's list of builds: a JSON array of catalogue blocks. Blocks of a format
@@ -49,7 +65,8 @@ struct DRAIZU_EXPORT LN_AvailableInfo
     /// the archive once and no entry's data but the catalogue's; nothing is cached.
     static QList<LN_AvailableInfo> fromFile(QString const & path);
 
-    /// Whether fromFile finds an offline installer at the path, at the same cost.
+    /// Whether fromFile finds an offline installer at the path, at the same cost; throws as
+    /// fromFile does.
     static bool isOfflineArchiveFile(QString const & path);
 
     /// The builds for this system. A non-empty path is read as availableOrvanisVersionsFromPath
@@ -73,7 +90,8 @@ struct DRAIZU_EXPORT LN_AvailableInfo
     /// version is not available"; other failures are those of the opener and the parser.
     static LN_Result<QList<LN_AvailableInfo>> getProductInfo(LN_FileOpener & opener);
 
-    /// Whether the element's feature or any of its sub-features has a shared file set.
+    /// Whether the element's feature or any of its sub-features, at any depth, has a shared
+    /// file set.
     bool hasSofsFiles() const;
 
     /// The version with build type and label, in the form other programs match: the label
@@ -81,12 +99,15 @@ struct DRAIZU_EXPORT LN_AvailableInfo
     /// "20.5.332 ()").
     QString toString() const;
 
-    /// Whether the element's own product or one of its features has the name (exactly).
+    /// Whether the element's own product or one of its features, at any depth, has the name
+    /// (exactly, case-sensitive).
     bool hasFeature(QString const & name) const;
 
 private:
-    static QList<LN_AvailableInfo> fromJson(QJsonObject const & block);
-    static QList<LN_AvailableInfo> fromFormat0(QJsonObject const & block);
-    static QList<LN_AvailableInfo> fromFormat1(QJsonObject const & block);
-    static QStringList parseTags(QJsonArray const & array);
+    static QList<LN_AvailableInfo> fromJson_(QJsonObject const & block);
+    static QList<LN_AvailableInfo> fromFormat0_(QJsonObject const & block);
+    static QList<LN_AvailableInfo> fromFormat1_(QJsonObject const & block);
+    static QList<LN_AvailableInfo> fromProduct_(QJsonObject const & product, bool gold);
+    static LN_Result<QList<LN_AvailableInfo>> fromDirectory_(QString const & path);
+    static QStringList parseTags_(QJsonArray const & array);
 };

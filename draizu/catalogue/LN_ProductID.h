@@ -8,8 +8,10 @@
 
 #include <array>
 
-/// The products that can be installed. Only the in-memory identity: files carry the names of
-/// productName and productFromString, never the number.
+/// The products that can be installed, and the constant tables about them. The enumeration is
+/// only the in-memory identity: files carry the names of productName and productFromString,
+/// never the number. Everything here is constant: the lookups hold no state, cannot fail (an
+/// unknown name or number is Invalid) and may be used from any thread.
 enum LN_ProductID : qint32 {
     Product_Orvanis = 0,
     Product_Engine3dsMax = 1,
@@ -30,16 +32,18 @@ enum LN_ProductID : qint32 {
 /// else, the empty text included, is Invalid.
 DRAIZU_EXPORT LN_ProductID productFromString(QString const & name);
 
-/// The name that files carry for a product; "Invalid" for Invalid and any unknown number.
-/// Product_Oserver writes as "oserver", although "Orvanis Server" also reads as it.
+/// The name that files carry for a product, a constant text; "Invalid" for Invalid and any
+/// unknown number. Product_Oserver writes as "oserver", although "Orvanis Server" also reads
+/// as it.
 DRAIZU_EXPORT char const * productName(LN_ProductID id);
 
-/// One row of productDescriptions. A product of scope 0 exists once per machine; any other
-/// scope allows one installation per directory.
+/// One row of productDescriptions: constant texts, valid for the life of the program.
 struct LN_ProductDescription
 {
-    LN_ProductID product;
-    char const * description;
+    LN_ProductID product;     ///< the product the row describes
+    char const * description; ///< the text shown for it
+    /// 0 for a product installed once per machine; any other value allows one installation per
+    /// directory.
     qint32 scope;
 };
 
@@ -68,6 +72,7 @@ inline constexpr std::array<LN_ProductDescription, 10> productDescriptions = {{
 }};
 
 /// The scope of a product's row in productDescriptions; a product without a row counts as 0.
+/// Usable at compile time.
 constexpr qint32 productScope(LN_ProductID id)
 {
     for (LN_ProductDescription const & row : productDescriptions) {
@@ -81,5 +86,5 @@ constexpr qint32 productScope(LN_ProductID id)
 inline constexpr std::array<LN_ProductID, 4> enginePluginProducts = {
     Product_Engine3dsMax, Product_EngineMaya, Product_EngineUnity, Product_EngineUnreal};
 
-/// The launcher's own version: it decides which builds this launcher may install.
+/// The launcher's own version, 21.0.512: it decides which builds this launcher may install.
 DRAIZU_EXPORT extern QVersionNumber const launcherVersion;

@@ -6,6 +6,50 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+using ProcessResult = LN_Subprocess::ProcessResult;
+
+void prepare(QProcess & process, QString const & workingDirectory)
+{
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    // A child that reads its input must see the end at once rather than wait for us.
+    process.setStandardInputFile(QProcess::nullDevice());
+    if (!workingDirectory.isEmpty())
+        process.setWorkingDirectory(workingDirectory);
+}
+
+// The error step is cut first, so that the timeout it reports itself does not come back here.
+void stopOverrun(ProcessResult & result, QProcess & process, QMetaObject::Connection const & errorStep)
+{
+    result.status = ProcessResult::TimedOut;
+    QObject::disconnect(errorStep);
+    process.terminate();
+}
+
+void recordError(ProcessResult & result, QProcess & process, QProcess::ProcessError error,
+                 QMetaObject::Connection const & errorStep)
+{
+    switch (error) {
+    case QProcess::FailedToStart:
+        result.status = ProcessResult::FailedToStart;
+        result.output = process.errorString();
+        break;
+    case QProcess::Crashed:
+        result.status = ProcessResult::Crashed;
+        result.exitCode = process.exitCode();
+        result.output = process.errorString();
+        break;
+    case QProcess::Timedout:
+        stopOverrun(result, process, errorStep);
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace
+
 bool LN_Subprocess::ProcessResult::isSuccess() const
 {
     return status == Finished && exitCode == 0;
@@ -35,40 +79,16 @@ LN_Subprocess::ProcessResult LN_Subprocess::run(QString const & program, QList<Q
 {
     ProcessResult result;
     result.command = QList<QString>{program} + arguments;
-
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    // A child that reads its input must see the end at once rather than wait for us.
-    process.setStandardInputFile(QProcess::nullDevice());
-    if (!workingDirectory.isEmpty())
-        process.setWorkingDirectory(workingDirectory);
     // Only meaningful where processes take a raw command line; kept for the same call on
     // every platform.
     Q_UNUSED(nativeArguments);
 
+    QProcess process;
+    prepare(process, workingDirectory);
     QMetaObject::Connection errorStep;
     errorStep = QObject::connect(
         &process, &QProcess::errorOccurred, &process,
-        [&result, &process, &errorStep](QProcess::ProcessError error) {
-            switch (error) {
-            case QProcess::FailedToStart:
-                result.status = ProcessResult::FailedToStart;
-                result.output = process.errorString();
-                break;
-            case QProcess::Crashed:
-                result.status = ProcessResult::Crashed;
-                result.exitCode = process.exitCode();
-                result.output = process.errorString();
-                break;
-            case QProcess::Timedout:
-                result.status = ProcessResult::TimedOut;
-                QObject::disconnect(errorStep);
-                process.terminate();
-                break;
-            default:
-                break;
-            }
-        },
+        [&result, &process, &errorStep](QProcess::ProcessError error) { recordError(result, process, error, errorStep); },
         Qt::DirectConnection);
 
     process.start(program, arguments, QIODevice::ReadWrite);
@@ -77,9 +97,7 @@ LN_Subprocess::ProcessResult LN_Subprocess::run(QString const & program, QList<Q
         result.exitCode = process.exitCode();
     }
     if (process.error() == QProcess::Timedout) {
-        result.status = ProcessResult::TimedOut;
-        QObject::disconnect(errorStep);
-        process.terminate();
+        stopOverrun(result, process, errorStep);
         process.waitForFinished(LN_Waits::ms(LN_Waits::ChildTerminate));
     }
     if (result.status != ProcessResult::FailedToStart)

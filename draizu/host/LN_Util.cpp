@@ -41,6 +41,28 @@ LN_ErrorStruct fileError(QFileDevice::FileError error, QString const & message)
     return {std::error_code(static_cast<int>(error), QFileErrorCategory()), message};
 }
 
+// One copy attempt, with the failing step's error when it did not copy.
+struct CopyAttempt
+{
+    bool copied = false;
+    bool removalFailed = false;
+    QFileDevice::FileError code = QFileDevice::NoError;
+    QString text;
+};
+
+CopyAttempt attemptCopy(QString const & source, QString const & target, bool overwrite)
+{
+    if (overwrite && existsWithoutFollowing(target)) {
+        QFile existing(target);
+        if (!existing.remove())
+            return {false, true, existing.error(), existing.errorString()};
+    }
+    QFile file(source);
+    if (file.copy(target))
+        return {true, false, QFileDevice::NoError, QString()};
+    return {false, false, file.error(), file.errorString()};
+}
+
 QString fromWide(wchar_t const * path)
 {
     return path ? QString::fromWCharArray(path) : QString();
@@ -166,31 +188,16 @@ LN_ErrorStruct LN_Util::copyFile(QString const & source, QString const & target,
 
     // One attempt when overwriting and five otherwise: callers rely on this asymmetry.
     int const attempts = overwrite ? copyAttemptsWhenOverwriting : copyAttemptsOtherwise;
-    QFileDevice::FileError code = QFileDevice::NoError;
-    bool removalFailed = false;
-    QString text;
+    CopyAttempt last;
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        if (overwrite && existsWithoutFollowing(target)) {
-            QFile existing(target);
-            if (!existing.remove()) {
-                code = existing.error();
-                text = existing.errorString();
-                removalFailed = true;
-                QThread::msleep(static_cast<unsigned long>(LN_Waits::ms(LN_Waits::CopyRetry)));
-                continue;
-            }
-        }
-        QFile file(source);
-        if (file.copy(target))
+        last = attemptCopy(source, target, overwrite);
+        if (last.copied)
             return {};
-        code = file.error();
-        text = file.errorString();
-        removalFailed = false;
         QThread::msleep(static_cast<unsigned long>(LN_Waits::ms(LN_Waits::CopyRetry)));
     }
-    if (removalFailed)
-        return fileError(code, u"Unable to remove %1: %2"_s.arg(target, text));
-    return fileError(code, u"Unable to copy %1 to %2: %3"_s.arg(source, target, text));
+    if (last.removalFailed)
+        return fileError(last.code, u"Unable to remove %1: %2"_s.arg(target, last.text));
+    return fileError(last.code, u"Unable to copy %1 to %2: %3"_s.arg(source, target, last.text));
 }
 
 void LN_Util::copyTree(QDir source, QDir const & target, bool overwrite)
