@@ -13,7 +13,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTextStream>
 
@@ -26,6 +25,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using BenchSupport::out;
+using BenchSupport::run;
 using BenchSupport::summary;
 using BenchSupport::writeFile;
 
@@ -70,20 +70,6 @@ bool writeTree(QString const & root, int entries, qint64 payloadBytes)
 
     QFile payload(data.filePath(u"content/payload.bin"_s));
     return payload.open(QIODevice::WriteOnly) && payload.resize(payloadBytes);
-}
-
-bool run(QString const & program, QStringList const & arguments, bool discardOutput = false)
-{
-    QProcess process;
-    if (discardOutput)
-        process.setStandardOutputFile(QProcess::nullDevice());
-    process.setProcessChannelMode(discardOutput ? QProcess::SeparateChannels : QProcess::ForwardedChannels);
-    process.start(program, arguments);
-    if (!process.waitForFinished(-1) || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-        out() << program << " failed: " << process.readAllStandardError() << Qt::endl;
-        return false;
-    }
-    return true;
 }
 
 // Milliseconds of each run, in order.
@@ -132,15 +118,14 @@ int main(int argc, char ** argv)
 
     QElapsedTimer generation;
     generation.start();
-    if (!writeTree(tree, entries, payloadBytes)
-        || !run(u"xorriso"_s, {u"-as"_s, u"mkisofs"_s, u"-quiet"_s, u"-R"_s, u"-J"_s, u"-o"_s, image, tree}))
+    if (!writeTree(tree, entries, payloadBytes) || !BenchSupport::makeIsoImage(tree, image))
         return 1;
     QDir(tree).removeRecursively();
 
-    QProcess lister;
-    lister.start(u"bsdtar"_s, {u"-tf"_s, image});
-    lister.waitForFinished(-1);
-    qint64 const imageEntries = lister.readAllStandardOutput().count('\n');
+    QByteArray listing;
+    if (!run(u"bsdtar"_s, {u"-tf"_s, image}, &listing))
+        return 1;
+    qint64 const imageEntries = listing.count('\n');
     out() << "image: " << image << ", " << QFileInfo(image).size() << " bytes ("
           << QString::number(double(QFileInfo(image).size()) / (1 << 30), 'f', 2) << " GiB), " << imageEntries
           << " entries, made in " << generation.elapsed() << " ms" << Qt::endl;
@@ -150,7 +135,7 @@ int main(int argc, char ** argv)
         elements = LN_AvailableInfo::fromFile(image).size();
         return elements > 0;
     };
-    auto const list = [&image] { return run(u"bsdtar"_s, {u"-tf"_s, image}, true); };
+    auto const list = [&image, &listing] { return run(u"bsdtar"_s, {u"-tf"_s, image}, &listing); };
 
     // One untimed pass of each, so that both read from a warm page cache.
     if (!scan() || !list()) {

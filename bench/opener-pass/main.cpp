@@ -22,7 +22,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QNetworkAccessManager>
-#include <QProcess>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTextStream>
@@ -40,6 +39,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using BenchSupport::out;
+using BenchSupport::run;
 using BenchSupport::summary;
 using BenchSupport::writeFile;
 
@@ -131,20 +131,6 @@ bool writeTree(QString const & root, int entries, int products)
     return writeFile(data.filePath(u"overview.json"_s), json + "]}");
 }
 
-bool run(QString const & program, QStringList const & arguments, QByteArray * output = nullptr)
-{
-    QProcess process;
-    process.setProcessChannelMode(output ? QProcess::SeparateChannels : QProcess::ForwardedChannels);
-    process.start(program, arguments);
-    if (!process.waitForFinished(-1) || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-        out() << program << " failed: " << process.readAllStandardError() << Qt::endl;
-        return false;
-    }
-    if (output)
-        *output = process.readAllStandardOutput();
-    return true;
-}
-
 struct Figures
 {
     QList<double> times;
@@ -200,8 +186,7 @@ int main(int argc, char ** argv)
 
     QElapsedTimer generation;
     generation.start();
-    if (!writeTree(tree, entries, products)
-        || !run(u"xorriso"_s, {u"-as"_s, u"mkisofs"_s, u"-quiet"_s, u"-R"_s, u"-J"_s, u"-o"_s, image, tree}))
+    if (!writeTree(tree, entries, products) || !BenchSupport::makeIsoImage(tree, image))
         return 1;
     QDir(tree).removeRecursively();
 
