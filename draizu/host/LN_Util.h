@@ -20,10 +20,11 @@
 ///
 /// Functions that return LN_ErrorStruct report failure in it, with the system's error number
 /// (or the QFile error for copies) and a sentence that names the path; functions that return
-/// nothing throw LN_Exception with such a sentence (openHandlesToFile never fails). Removing, owning and hashing never follow a
-/// symbolic link, and no walk through a tree enters a linked directory. The file functions cost
-/// a few system calls per entry and block their caller; copyFile may sleep between attempts.
-/// All are stateless and may be called from any thread.
+/// nothing throw LN_Exception with such a sentence, but openHandlesToFile never fails.
+/// Removing, owning and hashing never follow a symbolic link, and no walk through a tree enters
+/// a linked directory. The file functions cost a few system calls per entry and block their
+/// caller; copyFile may sleep between attempts. All are stateless and may be called from any
+/// thread.
 namespace LN_Util {
 
 /// The unit steps of formatNumber.
