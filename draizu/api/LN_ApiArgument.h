@@ -13,21 +13,24 @@
 #include <limits>
 #include <type_traits>
 
-/// Conversion of one JSON argument to the type an API function declares. A value that does not
-/// convert exactly (a string for a number, 1.5 for an int, a number out of range) raises
-/// LN_ApiHandlerValueException. Specialise for further types where functions are defined.
+/// Conversion of one JSON argument to the type an API function declares: `from` gives the value
+/// or raises LN_ApiHandlerValueException for one that does not convert exactly (a string for a
+/// number, 1.5 for an int, a number out of range). Stateless; safe on any thread. Specialise
+/// for further types where functions are defined.
 template <typename T>
 struct LN_ApiArgument;
 
 template <>
 struct LN_ApiArgument<QJsonValue>
 {
+    /// The value as it is; never fails.
     static QJsonValue from(QJsonValue const & value) { return value; }
 };
 
 template <>
 struct LN_ApiArgument<QString>
 {
+    /// A JSON string; anything else does not convert.
     static QString from(QJsonValue const & value)
     {
         if (!value.isString())
@@ -39,6 +42,7 @@ struct LN_ApiArgument<QString>
 template <>
 struct LN_ApiArgument<bool>
 {
+    /// A JSON boolean; anything else, numbers included, does not convert.
     static bool from(QJsonValue const & value)
     {
         if (!value.isBool())
@@ -51,6 +55,7 @@ template <std::integral T>
     requires(!std::same_as<T, bool>)
 struct LN_ApiArgument<T>
 {
+    /// A JSON number that is whole and within T's range; anything else does not convert.
     static T from(QJsonValue const & value)
     {
         if (!value.isDouble())
@@ -68,6 +73,7 @@ struct LN_ApiArgument<T>
 template <std::floating_point T>
 struct LN_ApiArgument<T>
 {
+    /// A JSON number, rounded to T; anything else does not convert.
     static T from(QJsonValue const & value)
     {
         if (!value.isDouble())
@@ -79,6 +85,7 @@ struct LN_ApiArgument<T>
 template <>
 struct LN_ApiArgument<QJsonObject>
 {
+    /// A JSON object; anything else does not convert.
     static QJsonObject from(QJsonValue const & value)
     {
         if (!value.isObject())
@@ -90,6 +97,7 @@ struct LN_ApiArgument<QJsonObject>
 template <>
 struct LN_ApiArgument<QJsonArray>
 {
+    /// A JSON array; anything else does not convert.
     static QJsonArray from(QJsonValue const & value)
     {
         if (!value.isArray())
@@ -101,6 +109,7 @@ struct LN_ApiArgument<QJsonArray>
 template <>
 struct LN_ApiArgument<QStringList>
 {
+    /// A JSON array of strings only; anything else does not convert.
     static QStringList from(QJsonValue const & value)
     {
         QStringList result;

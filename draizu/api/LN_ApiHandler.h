@@ -20,32 +20,45 @@
 
 /// An API function that binds a typed callable `void(LN_ApiRequest *, Args...)`. Arguments are
 /// taken by position from `args`, then by parameter name from `kwargs` (position wins when both
-/// give one), then from the parameter's default; a missing or unconvertible value raises
-/// LN_ApiHandlerValueException out of exec. A function whose declared parameters do not match
-/// its callable's is invalid and refused at every request.
+/// give one), then from the parameter's default, and converted by LN_ApiArgument; a missing or
+/// unconvertible value raises LN_ApiHandlerValueException out of exec before the callable runs.
+/// A function whose declared parameters do not match its callable's is invalid and refused at
+/// every request. The handler owns a copy of the callable; the engine shares the handler.
+/// Called on the engine's thread only.
 class DRAIZU_EXPORT LN_ApiHandler : public LN_IApiHandler
 {
 public:
-    /// A handler without a callable: invalid.
+    /// A handler without a callable: invalid, and exec fails the request with status 500
+    /// "Bad API function".
     LN_ApiHandler();
 
+    /// A handler named `name` that calls `callable` with the arguments bound to `params`, in
+    /// order; repeated names are kept, and the first one's default wins.
     template <typename Callable>
     LN_ApiHandler(QString const & name, std::initializer_list<Param> const & params, Callable && callable);
 
     ~LN_ApiHandler() override;
 
+    /// Binds the arguments and calls the callable; without one, fails the request with status
+    /// 500 "Bad API function". Throws LN_ApiHandlerValueException for an argument that does not
+    /// bind, and lets through whatever the callable throws.
     void exec(LN_ApiRequest * request, QJsonArray const & args, QJsonObject const & kwargs) override;
+    /// True when there is a callable and it takes as many arguments as there are parameters.
     bool isValid() const override;
 
     /// The value bound to the parameter at `index`: by position, by name, then by default.
+    /// Throws LN_ApiHandlerValueException when none of the three gives one.
     QJsonValue argument(qsizetype index, QJsonArray const & args, QJsonObject const & kwargs) const;
 
 protected:
+    /// The typed side of a handler, made from the callable where the function is defined.
     class Invoker
     {
     public:
         virtual ~Invoker() = default;
+        /// The number of arguments the callable takes after the request.
         virtual int argumentCount() const = 0;
+        /// Binds the arguments through the handler and calls; throws as exec does.
         virtual void call(LN_ApiHandler const & handler, LN_ApiRequest * request, QJsonArray const & args,
                           QJsonObject const & kwargs) = 0;
     };
@@ -76,12 +89,12 @@ public:
     void call(LN_ApiHandler const & handler, LN_ApiRequest * request, QJsonArray const & args,
               QJsonObject const & kwargs) override
     {
-        callWith(handler, request, args, kwargs, std::index_sequence_for<Args...>{});
+        callWith_(handler, request, args, kwargs, std::index_sequence_for<Args...>{});
     }
 
 private:
     template <std::size_t... Index>
-    void callWith(LN_ApiHandler const & handler, LN_ApiRequest * request, QJsonArray const & args,
+    void callWith_(LN_ApiHandler const & handler, LN_ApiRequest * request, QJsonArray const & args,
                   QJsonObject const & kwargs, std::index_sequence<Index...>)
     {
         // Braced initialisation converts the arguments in declaration order.
@@ -93,6 +106,7 @@ private:
     std::function<void(LN_ApiRequest *, Args...)> function_;
 };
 
+/// Internals of LN_ApiHandler's constructor: the plain function type of a callable's call.
 namespace LN_ApiHandlerDetail {
 
 template <typename T>

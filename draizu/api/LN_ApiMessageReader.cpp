@@ -5,25 +5,34 @@
 
 #include <QStringList>
 
+#include <algorithm>
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
-LN_ApiMessageReader::Outcome LN_ApiMessageReader::takeMessage(QByteArray & buffer, Message & message,
+LN_ApiMessageReader::Outcome LN_ApiMessageReader::takeMessage(Buffer & buffer, Message & message,
                                                               bool acceptShortBody)
 {
-    qsizetype const lineEnd = buffer.indexOf("\r\n");
-    if (lineEnd < 0)
+    QByteArray & bytes = buffer.bytes;
+    qsizetype const lineEnd = bytes.indexOf("\r\n", buffer.searched);
+    if (lineEnd < 0) {
+        // The last byte may be the CR of a line end whose LF is still on its way.
+        buffer.searched = std::max<qsizetype>(0, bytes.size() - 1);
         return Outcome::NeedMore;
+    }
+    // A header that stays in the buffer is found again at once.
+    buffer.searched = lineEnd;
 
     QStringList const words =
-        QString::fromUtf8(buffer.constData(), lineEnd).split(u' ', Qt::SkipEmptyParts);
+        QString::fromUtf8(bytes.constData(), lineEnd).split(u' ', Qt::SkipEmptyParts);
     if (words.isEmpty())
         return Outcome::BadHeader;
 
     // The first word is the version whatever it holds: a client that leaves it out loses its
     // first key.
-    message = Message{};
-    message.protocol = LN_ApiRequest::protocolFromString(words.first());
-    message.body.contentType = u"text/plain"_s;
+    Message read;
+    read.protocol = LN_ApiRequest::protocolFromString(words.first());
+    read.body.contentType = u"text/plain"_s;
     int length = 0;
     for (qsizetype i = 1; i < words.size(); ++i) {
         QStringList const pair = words.at(i).split(u'=');
@@ -33,24 +42,26 @@ LN_ApiMessageReader::Outcome LN_ApiMessageReader::takeMessage(QByteArray & buffe
         if (key == u"content-length")
             length = pair.at(1).toInt(nullptr, 10);
         else if (key == u"content-type")
-            message.body.contentType = pair.at(1);
+            read.body.contentType = pair.at(1);
         else if (key == u"tag")
-            message.tag = pair.at(1);
+            read.tag = pair.at(1);
         else if (key == u"cmd")
-            message.cmd = pair.at(1);
+            read.cmd = pair.at(1);
     }
 
     qsizetype const bodyStart = lineEnd + 2;
-    qsizetype const available = buffer.size() - bodyStart;
+    qsizetype const available = bytes.size() - bodyStart;
     if (!acceptShortBody && length > available)
         return Outcome::ShortBody;
     qsizetype const taken = length < 0 ? available : std::min<qsizetype>(length, available);
-    message.body.content = QString::fromUtf8(buffer.constData() + bodyStart, taken);
-    buffer.remove(0, bodyStart + taken);
+    read.body.content = QString::fromUtf8(bytes.constData() + bodyStart, taken);
+    bytes.remove(0, bodyStart + taken);
+    buffer.searched = 0;
+    message = std::move(read);
     return Outcome::Taken;
 }
 
-void LN_ApiMessageReader::serve(QByteArray & buffer, LN_ApiRequestEngine & engine, QTextStream & stream,
+void LN_ApiMessageReader::serve(Buffer & buffer, LN_ApiRequestEngine & engine, QTextStream & stream,
                                 std::function<bool()> const & isOpen,
                                 std::function<QByteArray()> const & readAvailable,
                                 std::function<bool(int ms)> const & waitForMore)
@@ -60,8 +71,8 @@ void LN_ApiMessageReader::serve(QByteArray & buffer, LN_ApiRequestEngine & engin
         try {
             if (!isOpen() || engine.hasShutdown())
                 return;
-            buffer.append(readAvailable());
-            if (buffer.isEmpty())
+            buffer.bytes.append(readAvailable());
+            if (buffer.bytes.isEmpty())
                 return;
 
             Message message;

@@ -42,7 +42,7 @@ void LN_ApiRequestEngine::queueRequest(LN_ApiRequest::ProtocolVersion protocol, 
     connect(request, &QObject::destroyed, this, &LN_ApiRequestEngine::requestDestroyed);
 
     if (cmd == u"SHUTDOWN") {
-        shutdownState_ = queue_.isEmpty() ? ShutDown : ShuttingDown;
+        requestShutdown();
         return;
     }
     if (cmd == u"CANCEL") {
@@ -103,6 +103,12 @@ bool LN_ApiRequestEngine::checkRequest_(LN_ApiRequest * request, QString const &
     entry.args = array.at(1).toArray();
     entry.kwargs = array.size() > 2 ? array.at(2).toObject() : QJsonObject();
     return true;
+}
+
+void LN_ApiRequestEngine::requestShutdown()
+{
+    if (shutdownState_ == Running)
+        shutdownState_ = queue_.isEmpty() ? ShutDown : ShuttingDown;
 }
 
 void LN_ApiRequestEngine::exceptionCaught(QString const & text)
@@ -169,11 +175,13 @@ void LN_ApiRequestEngine::requestFinished_(QString const & tag)
     for (qsizetype i = 0; i < queue_.size(); ++i) {
         if (queue_.at(i).tag != tag)
             continue;
+        // Found by its entry rather than by sender(), which costs a walk over every live request.
+        bool const answeredInItsExec = i == 0 && frame_ && queue_.at(0).request.data() == frame_->request
+                                       && queueDepth_ == frame_->queueDepth;
         queue_.removeAt(i);
         if (i != 0)
             return;
-        auto const * finished = qobject_cast<LN_ApiRequest const *>(sender());
-        if (frame_ && finished == frame_->request && queueDepth_ == frame_->queueDepth)
+        if (answeredInItsExec)
             frame_->nextPending = true;
         else
             processNextRequest_();

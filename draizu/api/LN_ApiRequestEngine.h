@@ -15,33 +15,52 @@
 class LN_IApiHandler;
 class QTextStream;
 
-/// The queue and dispatcher between the protocol and the API functions. Runs requests one at
-/// a time in arrival order, passes cancels on, and winds down on SHUTDOWN. Serves any stream.
+/// The queue and dispatcher between the protocol and the API functions: checks each message,
+/// runs requests one at a time in arrival order, passes cancels to the function concerned, and
+/// winds down on SHUTDOWN, letting the running request finish and running nothing after it.
+/// It knows no transport: it is told messages and answers on a stream that it does not own and
+/// that must outlive it. It is the QObject parent of its requests and shares its functions
+/// with their owners. Faults of a client are answered on the stream and never thrown; an
+/// exception of a function passes out of queueRequest to the caller. Use on one thread, the
+/// one that owns the engine and its stream.
 class DRAIZU_EXPORT LN_ApiRequestEngine : public QObject
 {
     Q_OBJECT
 
 public:
+    /// An engine in the running state, with no functions, answering on `stream`.
     explicit LN_ApiRequestEngine(QTextStream & stream);
 
     /// Adds a function to the table under its name, replacing one of the same name, and calls
-    /// its onRegister. Functions are to be registered before the first message.
+    /// its onRegister; never fails. Requests already queued keep the function they found.
     void registerFunction(QSharedPointer<LN_IApiHandler> const & function);
 
-    /// Takes one message. Every outcome goes out on the stream.
+    /// Takes one message: queues and perhaps runs a request, acts on CANCEL and SHUTDOWN, or
+    /// answers a bad message at once. Every outcome goes out on the stream; only an exception
+    /// of a function that runs from here passes out.
     void queueRequest(LN_ApiRequest::ProtocolVersion protocol, QString const & tag, QString const & cmd,
                       LN_ApiRequest::Body const & body);
+
+    /// Winds down as a SHUTDOWN does, for a host whose client has gone: the running request
+    /// finishes, then hasShutdownEngine; with nothing running, shut down at once and no signal.
+    /// Does nothing once a shutdown has begun.
+    void requestShutdown();
 
     /// Writes an EXCEPTION with the text; nothing for an empty text.
     void exceptionCaught(QString const & text);
 
+    /// True once shut down: no further message is read, nothing more runs.
     bool hasShutdown() const { return shutdownState_ == ShutDown; }
+    /// True from the SHUTDOWN on, while the running request finishes and after.
+    bool shutdownRequested() const { return shutdownState_ != Running; }
 
 Q_SIGNALS:
     /// A shutdown that had to wait for the running request has finished.
     void hasShutdownEngine();
 
 public Q_SLOTS:
+    /// Answers a request deleted before it completed with COMPLETE 500; a request deleted the
+    /// normal way is no longer one when this runs, and nothing is written for it.
     void requestDestroyed(QObject * object);
 
 private:

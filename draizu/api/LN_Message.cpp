@@ -27,11 +27,11 @@ QString escaped(QString const & text)
 
 } // namespace
 
-LN_Message::LN_Message(std::int64_t current_, std::int64_t total_, QString const & message_, Type type_)
-    : type(type_)
-    , message(message_)
-    , current(current_)
-    , total(total_)
+LN_Message::LN_Message(std::int64_t currentAmount, std::int64_t totalAmount, QString const & text, Type messageType)
+    : type(messageType)
+    , message(text)
+    , current(currentAmount)
+    , total(totalAmount)
 {
 }
 

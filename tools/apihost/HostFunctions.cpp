@@ -12,6 +12,24 @@
 
 using namespace Qt::StringLiterals;
 
+// A status is one of the enumeration's numbers; any other number does not bind.
+template <>
+struct LN_ApiArgument<LN_ApiRequest::Result>
+{
+    static LN_ApiRequest::Result from(QJsonValue const & value)
+    {
+        switch (int const status = LN_ApiArgument<int>::from(value)) {
+        case LN_ApiRequest::Result_Ok:
+        case LN_ApiRequest::Result_BadRequest:
+        case LN_ApiRequest::Result_NotFound:
+        case LN_ApiRequest::Result_ServerError:
+            return static_cast<LN_ApiRequest::Result>(status);
+        default:
+            throw LN_ApiHandlerValueException();
+        }
+    }
+};
+
 namespace {
 
 using Param = LN_IApiHandler::Param;
@@ -59,9 +77,9 @@ void forget(LN_ApiRequest *)
 {
 }
 
-void fail(LN_ApiRequest * request, int status, QString const & text)
+void fail(LN_ApiRequest * request, LN_ApiRequest::Result status, QString const & text)
 {
-    request->fail(static_cast<LN_ApiRequest::Result>(status), text);
+    request->fail(status, text);
 }
 
 void unicode(LN_ApiRequest * request)
@@ -74,16 +92,16 @@ class WaitFunction final : public GuardedFunction
 {
 public:
     WaitFunction()
-        : GuardedFunction(u"wait"_s, {Param{u"ms"_s, {}}}, &WaitFunction::run)
+        : GuardedFunction(u"wait"_s, {Param{u"ms"_s, {}}}, &WaitFunction::run_)
     {
     }
 
     void cancel(LN_ApiRequest * request) override { request->cancelAndComplete(u"cancelled"_s); }
 
 private:
-    static void run(LN_ApiRequest * request, int ms)
+    static void run_(LN_ApiRequest * request, int ms)
     {
-            request->releaseResponseChecks();
+        request->releaseResponseChecks();
         QTimer::singleShot(ms, request, [request] { request->complete(u"waited"_s); });
     }
 };
@@ -94,18 +112,18 @@ class WorkFunction final : public GuardedFunction
 {
 public:
     WorkFunction()
-        : GuardedFunction(u"work"_s, {Param{u"steps"_s, {}}, Param{u"ms"_s, 10}}, &WorkFunction::run)
+        : GuardedFunction(u"work"_s, {Param{u"steps"_s, {}}, Param{u"ms"_s, 10}}, &WorkFunction::run_)
     {
     }
 
     void cancel(LN_ApiRequest * request) override { request->cancelAndComplete(u"cancelled"_s); }
 
 private:
-    static void run(LN_ApiRequest * request, int steps, int ms)
+    static void run_(LN_ApiRequest * request, int steps, int ms)
     {
-            QPointer<LN_ApiRequest> const alive(request);
+        QPointer<LN_ApiRequest> const alive(request);
         for (int step = 1; step <= steps; ++step) {
-            turnEventsFor(ms, alive);
+            turnEventsFor_(ms, alive);
             if (!alive || alive->hasCompleted())
                 return;
             alive->progress(step, steps);
@@ -113,7 +131,7 @@ private:
         alive->complete(u"worked"_s);
     }
 
-    static void turnEventsFor(int ms, QPointer<LN_ApiRequest> const & alive)
+    static void turnEventsFor_(int ms, QPointer<LN_ApiRequest> const & alive)
     {
         QTimer wake;
         wake.setSingleShot(true);

@@ -28,13 +28,19 @@ void StdioFront::readWhileServing_()
 
 void StdioFront::readInput_()
 {
-    if (!readChunk_(0))
-        return;
-    ++readDepth_;
-    LN_ApiMessageReader::serve(
-        buffer_, engine_, stream_, [] { return true; }, [this] { return std::exchange(pending_, QByteArray()); },
-        [this](int ms) { return readChunk_(ms); });
-    --readDepth_;
+    if (readChunk_(0)) {
+        ++readDepth_;
+        LN_ApiMessageReader::serve(
+            buffer_, engine_, stream_, [] { return true; },
+            [this] { return std::exchange(pending_, QByteArray()); }, [this](int ms) { return readChunk_(ms); });
+        --readDepth_;
+    }
+    // The end is told once everything read before it has been handed to the engine: a SHUTDOWN
+    // may still wait in the buffer behind a function that works inside exec.
+    if (!notifier_.isEnabled() && readDepth_ == 0 && !endTold_) {
+        endTold_ = true;
+        Q_EMIT inputEnded();
+    }
 }
 
 bool StdioFront::readChunk_(int waitMs)

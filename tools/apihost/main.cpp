@@ -1,6 +1,7 @@
 // draizu-apihost: an installer-side host of the request protocol. It connects out to a
-// client's local server (--server NAME) or serves standard input and output (--stdio), and
-// exits once the engine has shut down.
+// client's local server (--server NAME) or serves standard input and output (--stdio). It exits
+// with 0 once the engine has shut down on the client's SHUTDOWN, and with 1 and a message once
+// the client has gone without one and the request running then has finished.
 
 #include "HostFunctions.h"
 #include "StdioFront.h"
@@ -17,16 +18,47 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A SHUTDOWN with nothing running ends the engine without a signal, so the host looks each time
-// the event loop has nothing left to do.
-void quitOnceShutDown(LN_ApiRequestEngine & engine)
+// Leaves the event loop once the engine has shut down, with the status that tells why.
+class HostExit : public QObject
 {
-    QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &engine,
-                     [&engine] {
-                         if (engine.hasShutdown())
-                             QCoreApplication::exit(0);
-                     });
-}
+public:
+    explicit HostExit(LN_ApiRequestEngine & engine)
+        : engine_(engine)
+    {
+        // A shutdown with nothing running ends the engine without a signal, so the host looks
+        // each time the event loop has nothing left to do.
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
+                [this] {
+                    if (engine_.hasShutdown())
+                        leave();
+                });
+    }
+
+    void leave()
+    {
+        if (left_)
+            return;
+        left_ = true;
+        if (lost_)
+            std::fprintf(stderr, "draizu-apihost: %s; exiting\n", lost_);
+        QCoreApplication::exit(lost_ ? 1 : 0);
+    }
+
+    // A client that has gone can send no SHUTDOWN: the engine winds down as if it had, unless
+    // the client had sent one before it went.
+    void clientGone(char const * why)
+    {
+        if (engine_.shutdownRequested())
+            return;
+        lost_ = why;
+        engine_.requestShutdown();
+    }
+
+private:
+    LN_ApiRequestEngine & engine_;
+    char const * lost_ = nullptr;
+    bool left_ = false;
+};
 
 int serveSocket(QString const & serverName)
 {
@@ -37,8 +69,10 @@ int serveSocket(QString const & serverName)
         std::fprintf(stderr, "draizu-apihost: cannot connect to %s: %s\n", qPrintable(serverName), qPrintable(error));
         return 1;
     }
-    QObject::connect(&socket, &LN_ApiSocket::shutdown, qApp, [] { QCoreApplication::exit(0); });
-    quitOnceShutDown(socket.engine());
+    HostExit host(socket.engine());
+    QObject::connect(&socket, &LN_ApiSocket::shutdown, &host, [&host] { host.leave(); });
+    QObject::connect(&socket.connection(), &QLocalSocket::disconnected, &host,
+                     [&host] { host.clientGone("the client closed the connection"); });
     return QCoreApplication::exec();
 }
 
@@ -46,7 +80,9 @@ int serveStdio()
 {
     StdioFront front;
     HostFunctions::registerAll(front.engine());
-    quitOnceShutDown(front.engine());
+    HostExit host(front.engine());
+    QObject::connect(&front, &StdioFront::inputEnded, &host,
+                     [&host] { host.clientGone("standard input ended without SHUTDOWN"); });
     return QCoreApplication::exec();
 }
 
