@@ -1,10 +1,13 @@
 #include <draizu/records/LN_InstallMetadata.h>
 
+#include <draizu/catalogue/LN_AvailableInfo.h>
+#include <draizu/catalogue/LN_InfoUpdates.h>
 #include <draizu/core/LN_Exception.h>
 #include <draizu/core/LN_Failures_p.h>
 #include <draizu/records/LN_JsonFiles.h>
 
 #include <QFile>
+#include <QHash>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QSet>
@@ -21,6 +24,15 @@ constexpr int currentFormatVersion = 1;
 QString const overviewName = u"overview.json"_s;
 QString const newName = u"new.json"_s;
 QString const crashName = u"crash.json"_s;
+
+// Any entry counts, dot files included: they are ordinary files of an installation here. An
+// empty path would be the working directory, which is no installation.
+bool holdsInstallation(QString const & path)
+{
+    QDir const directory(path);
+    return !path.isEmpty() && directory.exists()
+           && !directory.isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+}
 
 } // namespace
 
@@ -167,6 +179,137 @@ void LN_InstallMetadata::remove(QString const & directory_)
 bool LN_InstallMetadata::isTaken(QString const & directory_) const
 {
     return installations.contains(directory_);
+}
+
+QList<QVersionNumber> LN_InstallMetadata::getInstalledProductVersions(LN_ProductID product) const
+{
+    QList<QVersionNumber> versions;
+    for (LN_ComponentMetadata const & record : installations) {
+        if (record.product == product)
+            versions.append(record.version);
+    }
+    return versions;
+}
+
+QSet<QVersionNumber> LN_InstallMetadata::getInstalledProductOapiVersions(LN_ProductID product) const
+{
+    QSet<QVersionNumber> versions;
+    for (LN_ComponentMetadata const & record : installations) {
+        if (record.product == product)
+            versions.insert(record.oapiVersion);
+    }
+    return versions;
+}
+
+QList<QString> LN_InstallMetadata::getInstalledOrvanisVersions() const
+{
+    QList<QString> versions;
+    for (QVersionNumber const & version : getInstalledProductVersions(Product_Orvanis))
+        versions.append(version.toString());
+    return versions;
+}
+
+LN_ComponentMetadata LN_InstallMetadata::getProduct(LN_ProductID product) const
+{
+    for (LN_ComponentMetadata const & record : installations) {
+        if (record.product == product)
+            return record;
+    }
+    return {};
+}
+
+LN_ComponentMetadata LN_InstallMetadata::getLatestAvailableInstallation(LN_ProductID product) const
+{
+    LN_ComponentMetadata const * best = nullptr;
+    for (LN_ComponentMetadata const & record : installations) {
+        // The disk is asked only about a record that would win.
+        if (record.product == product
+            && QVersionNumber::compare(record.version, best ? best->version : QVersionNumber()) > 0
+            && record.ready && holdsInstallation(record.installDir))
+            best = &record;
+    }
+    return best ? *best : LN_ComponentMetadata();
+}
+
+QList<LN_ComponentMetadata> LN_InstallMetadata::getNonexistentOrvanisInstallations() const
+{
+    QList<LN_ComponentMetadata> gone;
+    for (LN_ComponentMetadata const & record : installations) {
+        if (record.product == Product_Orvanis && !holdsInstallation(record.installDir))
+            gone.append(record);
+    }
+    return gone;
+}
+
+QString LN_InstallMetadata::getInstallDirectory(LN_ProductID product, QVersionNumber const & version) const
+{
+    for (LN_ComponentMetadata const & record : installations) {
+        if (record.product == product && QVersionNumber::compare(record.version, version) == 0)
+            return record.installDir;
+    }
+    return {};
+}
+
+QString LN_InstallMetadata::getInstallDirectory(LN_ProductID product, QString const & version) const
+{
+    return getInstallDirectory(product, QVersionNumber::fromString(version));
+}
+
+bool LN_InstallMetadata::hasProduct(LN_ProductID product, QVersionNumber const & version) const
+{
+    for (LN_ComponentMetadata const & record : installations) {
+        if (record.product == product && (version.isNull() || QVersionNumber::compare(record.version, version) == 0))
+            return true;
+    }
+    return false;
+}
+
+bool LN_InstallMetadata::hasCompatibleOrvanis(LN_AvailableInfo const & info) const
+{
+    return hasCompatibleOrvanis_(info.oapiVersion, info.version);
+}
+
+bool LN_InstallMetadata::hasCompatibleOrvanis(LN_ComponentMetadata const & record) const
+{
+    return hasCompatibleOrvanis_(record.oapiVersion, record.version);
+}
+
+// The engine API decides; the version number is the fallback for plug-ins that predate it.
+bool LN_InstallMetadata::hasCompatibleOrvanis_(QVersionNumber const & oapiVersion,
+                                               QVersionNumber const & version) const
+{
+    bool sameVersion = false;
+    for (LN_ComponentMetadata const & record : installations) {
+        if (record.product != Product_Orvanis)
+            continue;
+        if (QVersionNumber::compare(record.oapiVersion, oapiVersion) == 0)
+            return true;
+        sameVersion = sameVersion || QVersionNumber::compare(record.version, version) == 0;
+    }
+    return sameVersion;
+}
+
+void LN_InstallMetadata::merge(LN_InfoUpdates const & updates)
+{
+    // Records by build, so that the cost grows with the sum of records and updates, not their
+    // product. The identity's platform text is coarser than the platform itself, so each
+    // candidate is compared again in full.
+    QMultiHash<LN_InfoUpdates::BuildIdentifier, LN_ComponentMetadata *> byBuild;
+    byBuild.reserve(installations.size());
+    for (LN_ComponentMetadata & record : installations)
+        byBuild.insert({record.version, record.platformInfo, record.buildType}, &record);
+
+    for (LN_InfoUpdate const & update : updates) {
+        auto const [first, last] = byBuild.equal_range({update.version, update.platform, update.buildType});
+        for (auto it = first; it != last; ++it) {
+            LN_ComponentMetadata & record = **it;
+            if (record.platformInfo == update.platform && record.buildType == update.buildType
+                && QVersionNumber::compare(record.version, update.version) == 0) {
+                record.tags = update.tags;
+                record.releaseDate = update.releaseDate;
+            }
+        }
+    }
 }
 
 void LN_InstallMetadata::validate_() const

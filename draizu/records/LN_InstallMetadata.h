@@ -7,7 +7,12 @@
 #include <QHash>
 #include <QJsonDocument>
 #include <QList>
+#include <QSet>
 #include <QString>
+#include <QVersionNumber>
+
+struct LN_AvailableInfo;
+class LN_InfoUpdates;
 
 /// The repository of what is installed on this machine: records keyed by installation
 /// directory, kept in one directory with the file manifests of each record. It loads the
@@ -19,6 +24,12 @@
 /// overwritten, only written under new numbers, and old ones are deleted only after
 /// "overview.json" names the new ones. While "overview.json" itself is rewritten there is no
 /// protection: a file cut short is reported by the next load.
+///
+/// The queries walk the table, which is a hash: where one stops at the first match, which
+/// record comes first is not defined, and lists come in table order. A directory "holds an
+/// installation" when it exists and has any entry at all, dot files included; an empty path
+/// names no directory. Each query is one pass over the table, and merge one over the records
+/// and one over the updates; only the questions about directories touch the disk.
 ///
 /// A plain value. File and format failures throw LN_Exception with a text that names the file;
 /// the queries never fail. One process at a time; not thread-safe.
@@ -63,6 +74,36 @@ public:
     /// Whether a record is stored under the key, compared exactly.
     bool isTaken(QString const & directory) const;
 
+    /// The version of each record of the product, duplicates included, ready or not.
+    QList<QVersionNumber> getInstalledProductVersions(LN_ProductID product) const;
+    /// The engine API versions of the product's records; a record without one adds the null
+    /// version.
+    QSet<QVersionNumber> getInstalledProductOapiVersions(LN_ProductID product) const;
+    /// The versions of the Orvanis records as text.
+    QList<QString> getInstalledOrvanisVersions() const;
+    /// The first record of the product, or a default record.
+    LN_ComponentMetadata getProduct(LN_ProductID product) const;
+    /// The newest ready record of the product whose directory holds an installation; of equal
+    /// versions the first found. A default record when there is none.
+    LN_ComponentMetadata getLatestAvailableInstallation(LN_ProductID product) const;
+    /// The Orvanis records, ready or not, whose directory does not hold an installation.
+    QList<LN_ComponentMetadata> getNonexistentOrvanisInstallations() const;
+    /// The directory of the first record of the product at that version, or empty.
+    QString getInstallDirectory(LN_ProductID product, QVersionNumber const & version) const;
+    /// The same with the version read from text, whose trailing non-version part is ignored.
+    QString getInstallDirectory(LN_ProductID product, QString const & version) const;
+    /// Whether a record of the product exists, at that version unless the version is null.
+    bool hasProduct(LN_ProductID product, QVersionNumber const & version) const;
+    /// Whether an installed Orvanis offers the build's engine API version or, failing that,
+    /// has the build's own version. A null API version matches a record without one.
+    bool hasCompatibleOrvanis(LN_AvailableInfo const & info) const;
+    /// The same for an installed plug-in's record.
+    bool hasCompatibleOrvanis(LN_ComponentMetadata const & record) const;
+    /// Gives every record of an updated build, whatever its product, the site's tags and
+    /// release date; a build is its version, platform (all four fields) and build type.
+    /// Nothing is written to disk.
+    void merge(LN_InfoUpdates const & updates);
+
     /// After a recovery: the record as "overview.json" had it; otherwise default.
     LN_ComponentMetadata interruptedOld;
     /// After a recovery: the merged record of the interrupted change; otherwise default.
@@ -73,6 +114,8 @@ public:
     QDir directory;
 
 private:
+    bool hasCompatibleOrvanis_(QVersionNumber const & oapiVersion, QVersionNumber const & version) const;
+
     /// Throws LN_Exception for an empty key, a key that is not its record's directory, or a
     /// record that fails its own validation.
     void validate_() const;
