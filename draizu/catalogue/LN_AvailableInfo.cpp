@@ -9,6 +9,7 @@
 #include <draizu/io/LN_FileOpener.h>
 #include <draizu/io/LN_JsonFromFile.h>
 #include <draizu/io/LN_Urls.h>
+#include <draizu/records/LN_ComponentMetadata.h>
 
 #include <QDir>
 #include <QDirIterator>
@@ -21,14 +22,20 @@
 #include <archive.h>
 #include <archive_entry.h>
 
+#include <algorithm>
+#include <compare>
 #include <memory>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
 QString const catalogueEntry = u"data/overview.json"_s;
+QString const alphaTag = u"Alpha"_s;
+QString const betaTag = u"Beta"_s;
+QString const productionTag = u"Production"_s;
 constexpr la_int64_t maximumCatalogueSize = 0x40000000;
 // A reader that keeps asking to be retried is not going to recover.
 constexpr int maximumRetries = 16;
@@ -164,6 +171,19 @@ bool holdsContentLists(QList<LN_AvailableInfo> const & catalogue, QSet<QString> 
     return true;
 }
 
+bool isReleased(LN_AvailableInfo const & build)
+{
+    return !build.tags.contains(alphaTag) && !build.tags.contains(betaTag) && build.buildType.isEmpty();
+}
+
+template <typename Predicate>
+LN_AvailableInfo firstOf(QList<LN_AvailableInfo> const & catalogue, Predicate const & fits)
+{
+    auto const found = std::find_if(catalogue.cbegin(), catalogue.cend(), fits);
+    return found == catalogue.cend() ? LN_AvailableInfo() : *found;
+}
+
+
 } // namespace
 
 QList<LN_AvailableInfo> LN_AvailableInfo::fromJsonDocument(QJsonDocument const & document)
@@ -199,7 +219,7 @@ QList<LN_AvailableInfo> LN_AvailableInfo::fromFormat0_(QJsonObject const & block
         throw LN_Exception("Invalid version number");
     header.tags = parseTags_(block.value(u"tags"_s).toArray());
     if (isGold(block))
-        header.tags.append(u"Production"_s);
+        header.tags.append(productionTag);
     header.buildType = block.value(u"build type"_s).toString();
     header.releaseDate = dateValue(block, u"release date"_s);
     QVersionNumber const minimumLauncherVersion = versionValue(block.value(u"minimum launcher version"_s));
@@ -241,7 +261,7 @@ QList<LN_AvailableInfo> LN_AvailableInfo::fromProduct_(QJsonObject const & produ
     header.releaseDate = dateValue(product, u"release date"_s);
     header.tags = parseTags_(product.value(u"tags"_s).toArray());
     if (gold)
-        header.tags.append(u"Production"_s);
+        header.tags.append(productionTag);
     header.version = versionValue(product.value(u"version"_s));
     if (header.version.isNull())
         throw LN_Exception("Invalid product version number");
@@ -414,4 +434,128 @@ LN_Result<QList<LN_AvailableInfo>> LN_AvailableInfo::getProductInfo(LN_FileOpene
         return availableInfoError(LN_AvailableInfoError::InvalidFormat,
                                   overview.device->filename() + u" is not valid. Expected object."_s);
     return fromJson_(document.value.object());
+}
+
+bool operator==(LN_AvailableInfo const & a, LN_AvailableInfo const & b)
+{
+    return a.version == b.version && a.buildType == b.buildType && a.platform.toString() == b.platform.toString();
+}
+
+bool operator!=(LN_AvailableInfo const & a, LN_AvailableInfo const & b)
+{
+    return !(a == b);
+}
+
+bool operator<(LN_AvailableInfo const & a, LN_AvailableInfo const & b)
+{
+    if (int const byVersion = QVersionNumber::compare(a.version, b.version); byVersion != 0)
+        return byVersion < 0;
+    if (int const byBuildType = a.buildType.compare(b.buildType); byBuildType != 0)
+        return byBuildType < 0;
+    return a.platform.toString() < b.platform.toString();
+}
+
+bool operator>(LN_AvailableInfo const & a, LN_AvailableInfo const & b)
+{
+    return b < a;
+}
+
+bool operator<=(LN_AvailableInfo const & a, LN_AvailableInfo const & b)
+{
+    return a < b || a == b;
+}
+
+bool operator>=(LN_AvailableInfo const & a, LN_AvailableInfo const & b)
+{
+    return b < a || b == a;
+}
+
+LN_AvailableInfo LN_AvailableInfo::getMatchingVersion(LN_ComponentMetadata const & component,
+                                                      QList<LN_AvailableInfo> const & catalogue)
+{
+    // The product's name lookup costs most, so it is asked last.
+    return firstOf(catalogue, [&component](LN_AvailableInfo const & build) {
+        return build.version == component.version && build.buildType == component.buildType
+            && build.platform == component.platformInfo && build.hasProduct(component.product);
+    });
+}
+
+LN_AvailableInfo LN_AvailableInfo::getProduct(QList<LN_AvailableInfo> const & catalogue, QString const & name)
+{
+    return firstOf(catalogue, [&name](LN_AvailableInfo const & build) { return build.hasProduct(name); });
+}
+
+LN_AvailableInfo LN_AvailableInfo::latestDailyVersion(QList<LN_AvailableInfo> const & catalogue)
+{
+    return latestReleasedVersion_(catalogue, false);
+}
+
+LN_AvailableInfo LN_AvailableInfo::latestProductionVersion(QList<LN_AvailableInfo> const & catalogue)
+{
+    return latestReleasedVersion_(catalogue, true);
+}
+
+LN_AvailableInfo LN_AvailableInfo::latestReleasedVersion_(QList<LN_AvailableInfo> const & catalogue,
+                                                          bool productionOnly)
+{
+    // The null version of the default element is below every real one.
+    LN_AvailableInfo const nothing;
+    LN_AvailableInfo const * best = &nothing;
+    for (LN_AvailableInfo const & build : catalogue) {
+        // Strictly newer only: of equal versions the first stays.
+        if (isReleased(build) && build.version > best->version
+            && (!productionOnly || build.tags.contains(productionTag)))
+            best = &build;
+    }
+    return *best;
+}
+
+LN_AvailableInfo LN_AvailableInfo::upgradeVersionFor(QString const & product, QVersionNumber const & minimum,
+                                                     QString const & buildType,
+                                                     QList<LN_AvailableInfo> const & catalogue)
+{
+    LN_AvailableInfo const nothing;
+    LN_AvailableInfo const * best = &nothing;
+    for (LN_AvailableInfo const & build : catalogue) {
+        // At or above: of equal versions the last wins, and the minimum itself is an answer.
+        if (build.tags.contains(productionTag) && build.buildType == buildType && build.version >= best->version
+            && build.version >= minimum && build.hasProduct(product))
+            best = &build;
+    }
+    return *best;
+}
+
+bool LN_AvailableInfo::launcherCanInstall() const
+{
+    return launcherCanInstall(launcherVersion);
+}
+
+bool LN_AvailableInfo::launcherCanInstall(QVersionNumber const & launcher) const
+{
+    auto const launcherLine = std::pair(launcher.segmentAt(0), launcher.segmentAt(1));
+    for (QVersionNumber const & minimum : minimumLauncherVersions) {
+        auto const line = std::pair(minimum.segmentAt(0), minimum.segmentAt(1)) <=> launcherLine;
+        // The argument only picks the line: what must reach the minimum is this launcher.
+        if (line == 0)
+            return minimum <= launcherVersion;
+        if (line > 0)
+            return false;
+    }
+    // Every minimum is of an older line; a build that names none at all is not installable.
+    return !minimumLauncherVersions.isEmpty();
+}
+
+bool LN_AvailableInfo::isProductionBuild() const
+{
+    return isReleased(*this) && tags.contains(productionTag);
+}
+
+bool LN_AvailableInfo::hasProduct(QString const & name) const
+{
+    return feature.name == name;
+}
+
+bool LN_AvailableInfo::hasProduct(LN_ProductID const & product) const
+{
+    return productFromString(feature.name) == product;
 }

@@ -3,6 +3,7 @@
 #include <draizu/catalogue/LN_AvailableFeature.h>
 #include <draizu/catalogue/LN_LicenseInfo.h>
 #include <draizu/catalogue/LN_PlatformInfo.h>
+#include <draizu/catalogue/LN_ProductID.h>
 #include <draizu/core/LN_Result.h>
 #include <draizu/draizu_export.h>
 
@@ -15,6 +16,7 @@
 #include <QStringList>
 #include <QVersionNumber>
 
+class LN_ComponentMetadata;
 class LN_FileOpener;
 
 /// One element of a build catalogue: one product or feature of one build. A catalogue is a
@@ -27,8 +29,16 @@ class LN_FileOpener;
 /// faulty catalogue, with the first fault found and no partial list; the retrieval functions
 /// return failures to reach or read the data as errors and let the parsers' exceptions through.
 /// Nothing is cached: every call reads its source again, and an archive costs one pass over its
-/// headers. The parsers and queries may run on any thread; the functions that take an opener
-/// run on the opener's thread.
+/// headers.
+///
+/// The selection functions pick one element of a catalogue by version, release type and
+/// product. They are pure, linear in the catalogue and never fail: when nothing fits they
+/// return the default element, told by its null version. Release types are read from the
+/// tags, exactly and case-sensitively; a non-empty build type marks a special build, never a
+/// released one.
+///
+/// The parsers and queries may run on any thread; the functions that take an opener run on
+/// the opener's thread.
 struct DRAIZU_EXPORT LN_AvailableInfo
 {
     /// The build's release date; null when the catalogue gives none or one that does not parse.
@@ -103,7 +113,68 @@ struct DRAIZU_EXPORT LN_AvailableInfo
     /// (exactly, case-sensitive).
     bool hasFeature(QString const & name) const;
 
+    /// The same build: versions equal by QVersionNumber::compare (so 21.0 and 21.0.0 differ),
+    /// build types equal and platforms of the same long form. Feature, tags and dates play no
+    /// part, so the products of one build are equal.
+    friend DRAIZU_EXPORT bool operator==(LN_AvailableInfo const & a, LN_AvailableInfo const & b);
+    /// Negation of operator==.
+    friend DRAIZU_EXPORT bool operator!=(LN_AvailableInfo const & a, LN_AvailableInfo const & b);
+    /// By version, then build type (the empty one first), then the platform's long form, texts
+    /// case-sensitively; equal builds are neither below nor above each other.
+    friend DRAIZU_EXPORT bool operator<(LN_AvailableInfo const & a, LN_AvailableInfo const & b);
+    /// b < a.
+    friend DRAIZU_EXPORT bool operator>(LN_AvailableInfo const & a, LN_AvailableInfo const & b);
+    /// a < b or a == b.
+    friend DRAIZU_EXPORT bool operator<=(LN_AvailableInfo const & a, LN_AvailableInfo const & b);
+    /// b < a or b == a.
+    friend DRAIZU_EXPORT bool operator>=(LN_AvailableInfo const & a, LN_AvailableInfo const & b);
+
+    /// The first element that is the component's build: its product under any of its names,
+    /// the same version, platform and build type. Tags are not looked at, so a build re-tagged
+    /// since it was installed still matches. The default element when none is.
+    static LN_AvailableInfo getMatchingVersion(LN_ComponentMetadata const & component,
+                                               QList<LN_AvailableInfo> const & catalogue);
+
+    /// The first element that stands for the product or feature of exactly that name; the
+    /// default element when none does.
+    static LN_AvailableInfo getProduct(QList<LN_AvailableInfo> const & catalogue, QString const & name);
+
+    /// The newest build that is neither "Alpha" nor "Beta" nor of a special build type,
+    /// production builds included. Of equal versions the first in the catalogue wins, whatever
+    /// product it stands for: narrow the catalogue to one product first where that matters. The
+    /// default element when none qualifies.
+    static LN_AvailableInfo latestDailyVersion(QList<LN_AvailableInfo> const & catalogue);
+
+    /// As latestDailyVersion, among the builds tagged "Production" only.
+    static LN_AvailableInfo latestProductionVersion(QList<LN_AvailableInfo> const & catalogue);
+
+    /// The newest "Production" build of the product (its exact name) and build type whose
+    /// version is at least `minimum`; "Alpha" and "Beta" are not looked at. Of equal versions
+    /// the last in the catalogue wins, and `minimum` itself qualifies, so an installation at
+    /// the newest version gets its own build back. The default element when none qualifies.
+    static LN_AvailableInfo upgradeVersionFor(QString const & product, QVersionNumber const & minimum,
+                                              QString const & buildType, QList<LN_AvailableInfo> const & catalogue);
+
+    /// Whether this launcher, at launcherVersion, can install the build.
+    bool launcherCanInstall() const;
+
+    /// Whether a launcher on the major.minor line of `launcher` can install the build. Minimums
+    /// of older lines are passed over, in stored order, and the first that is not decides: one
+    /// of a newer line refuses, and one of the same line is held against this library's
+    /// launcherVersion, the argument only picking the line. Past them all the answer is yes,
+    /// but a build without any minimum cannot be installed.
+    bool launcherCanInstall(QVersionNumber const & launcher) const;
+
+    /// Tagged "Production", and neither "Alpha" nor "Beta" nor of a special build type.
+    bool isProductionBuild() const;
+
+    /// Whether the element stands for the product or feature of exactly that name.
+    bool hasProduct(QString const & name) const;
+    /// Whether the element's name is one of the product's, case ignored.
+    bool hasProduct(LN_ProductID const & product) const;
+
 private:
+    static LN_AvailableInfo latestReleasedVersion_(QList<LN_AvailableInfo> const & catalogue, bool productionOnly);
     static QList<LN_AvailableInfo> fromJson_(QJsonObject const & block);
     static QList<LN_AvailableInfo> fromFormat0_(QJsonObject const & block);
     static QList<LN_AvailableInfo> fromFormat1_(QJsonObject const & block);
