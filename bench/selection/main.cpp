@@ -9,18 +9,25 @@
 //   bench_selection [--runs n]
 
 #include <draizu/catalogue/LN_AvailableInfo.h>
+#include <draizu/catalogue/LN_InfoUpdates.h>
 #include <draizu/records/LN_ComponentMetadata.h>
+#include <draizu/records/LN_InstallMetadata.h>
+#include <draizu/records/LN_Metadata.h>
 
 #include "../common/BenchSupport.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QHash>
+#include <QSet>
+#include <QTemporaryDir>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <numeric>
 #include <random>
 
@@ -165,6 +172,149 @@ bool catalogueQueries(int runs)
     return timeGroup("catalogue queries", "catalogue elements", small, large, {production, upgrade, matching}, runs);
 }
 
+// A repository of installations of five products, in no order of version, some not ready and
+// some whose directory is gone, each other directory real and holding one file, so that the
+// queries that look at the disk do so. Versions are distinct.
+LN_InstallMetadata repository(QDir const & root, int size)
+{
+    LN_ProductID const products[] = {Product_Orvanis, Product_Orvanis, Product_EngineMaya, Product_EngineUnity,
+                                     Product_EngineUnreal};
+    QList<int> order(size);
+    std::iota(order.begin(), order.end(), 0);
+    std::shuffle(order.begin(), order.end(), std::mt19937(size));
+    LN_InstallMetadata installations;
+    for (int const i : order) {
+        LN_ComponentMetadata record;
+        record.product = products[i % 5];
+        record.version = QVersionNumber(18 + i / 100, i / 10 % 10, i % 10);
+        record.oapiVersion = QVersionNumber(7, i);
+        record.platformInfo = LN_PlatformInfo::fromString(u"linux_x86_64_gcc11"_s);
+        record.ready = i % 13 != 0;
+        record.installDir = root.filePath(u"installation-%1"_s.arg(i));
+        if (i % 17 == 0)
+            record.installDir += u"-gone"_s;
+        installations.insert(record);
+    }
+    return installations;
+}
+
+// The queries of the installation repository over 100 and 1,000 installations. Answers are
+// checked against a plain walk of the table, so that the query timed is the one meant; queries
+// that stop at the first match are asked for what is not there, which walks the whole table.
+bool repositoryQueries(int runs)
+{
+    int const small = 100;
+    int const large = 1'000;
+    QTemporaryDir temp(u"/tmp/bench_selection-XXXXXX"_s);
+    QDir const root(temp.path());
+    for (int i = 0; i < large; ++i) {
+        QString const name = u"installation-%1"_s.arg(i);
+        if (!root.mkpath(name) || !BenchSupport::writeFile(root.filePath(name + u"/bin"_s), "bin"))
+            return false;
+    }
+    QHash<int, LN_InstallMetadata> const repositories = {{small, repository(root, small)},
+                                                         {large, repository(root, large)}};
+    // Records of the table in its order, as the queries walk it.
+    auto const walk = [&](int size, auto const & fits) {
+        QList<LN_ComponentMetadata> records;
+        for (LN_ComponentMetadata const & record : repositories.value(size).installations) {
+            if (fits(record))
+                records.append(record);
+        }
+        return records;
+    };
+    auto const orvanis = [](LN_ComponentMetadata const & r) { return r.product == Product_Orvanis; };
+    QVersionNumber const absent(99);
+
+    QList<Row> rows;
+    rows.append({"product versions", [&](int size) -> std::function<bool()> {
+        QList<QVersionNumber> expected;
+        for (LN_ComponentMetadata const & record : walk(size, orvanis))
+            expected.append(record.version);
+        return [r = repositories.value(size), expected] {
+            return r.getInstalledProductVersions(Product_Orvanis) == expected;
+        };
+    }});
+    rows.append({"product API versions", [&](int size) -> std::function<bool()> {
+        QSet<QVersionNumber> expected;
+        for (LN_ComponentMetadata const & record : walk(size, orvanis))
+            expected.insert(record.oapiVersion);
+        return [r = repositories.value(size), expected] {
+            return r.getInstalledProductOapiVersions(Product_Orvanis) == expected;
+        };
+    }});
+    rows.append({"Orvanis version texts", [&](int size) -> std::function<bool()> {
+        qsizetype const expected = walk(size, orvanis).size();
+        return [r = repositories.value(size), expected] { return r.getInstalledOrvanisVersions().size() == expected; };
+    }});
+    rows.append({"getProduct (none)", [&](int size) -> std::function<bool()> {
+        return [r = repositories.value(size)] { return r.getProduct(Product_Optix).product == LN_ProductID::Invalid; };
+    }});
+    rows.append({"getInstallDirectory (none)", [&](int size) -> std::function<bool()> {
+        return [r = repositories.value(size), absent] {
+            return r.getInstallDirectory(Product_Orvanis, absent).isEmpty();
+        };
+    }});
+    rows.append({"hasProduct (none)", [&](int size) -> std::function<bool()> {
+        return [r = repositories.value(size), absent] { return !r.hasProduct(Product_Orvanis, absent); };
+    }});
+    rows.append({"hasCompatibleOrvanis (no)", [&](int size) -> std::function<bool()> {
+        LN_AvailableInfo info;
+        info.version = absent;
+        info.oapiVersion = absent;
+        return [r = repositories.value(size), info] { return !r.hasCompatibleOrvanis(info); };
+    }});
+    rows.append({"latest available", [&](int size) -> std::function<bool()> {
+        QList<LN_ComponentMetadata> const candidates = walk(size, [](LN_ComponentMetadata const & r) {
+            return r.product == Product_Orvanis && r.ready && !r.installDir.endsWith(u"-gone"_s);
+        });
+        QVersionNumber const expected = std::max_element(candidates.begin(), candidates.end(), [](auto & a, auto & b) {
+            return a.version < b.version;
+        })->version;
+        return [r = repositories.value(size), expected] {
+            return r.getLatestAvailableInstallation(Product_Orvanis).version == expected;
+        };
+    }});
+    rows.append({"nonexistent Orvanis", [&](int size) -> std::function<bool()> {
+        qsizetype const expected = walk(size, [](LN_ComponentMetadata const & r) {
+            return r.product == Product_Orvanis && r.installDir.endsWith(u"-gone"_s);
+        }).size();
+        return [r = repositories.value(size), expected] {
+            return r.getNonexistentOrvanisInstallations().size() == expected;
+        };
+    }});
+    rows.append({"getUpdateVersion", [&](int size) -> std::function<bool()> {
+        QVersionNumber const middle(18 + size / 200);
+        QList<LN_ComponentMetadata> const candidates = walk(size, [&](LN_ComponentMetadata const & r) {
+            return r.product == Product_Orvanis && r.ready && r.version >= middle;
+        });
+        QVersionNumber const expected = std::min_element(candidates.begin(), candidates.end(), [](auto & a, auto & b) {
+            return a.version < b.version;
+        })->version;
+        return [r = repositories.value(size), middle, expected] {
+            return LN_Metadata::getUpdateVersion(r, QString(), middle, false).version == expected;
+        };
+    }});
+    // One update per installation: the cost that a walk of every update over every record
+    // would make quadratic.
+    rows.append({"merge, one update each", [&](int size) -> std::function<bool()> {
+        LN_InstallMetadata r = repositories.value(size);
+        auto updates = std::make_shared<LN_InfoUpdates>();
+        for (LN_ComponentMetadata const & record : r.installations) {
+            LN_InfoUpdate const update{record.version, {}, record.platformInfo, {}, {u"Production"_s},
+                                       QDate(2025, 1, 2)};
+            updates->updates.insert({update.version, update.platform, update.buildType}, update);
+        }
+        return [r, updates]() mutable {
+            r.merge(*updates);
+            return std::all_of(r.installations.cbegin(), r.installations.cend(), [](LN_ComponentMetadata const & c) {
+                return c.tags == QStringList{u"Production"_s};
+            });
+        };
+    }});
+    return timeGroup("repository queries", "installations", small, large, rows, runs);
+}
+
 } // namespace
 
 int main(int argc, char ** argv)
@@ -180,6 +330,7 @@ int main(int argc, char ** argv)
     int const runs = std::max(1, parser.value(runsOption).toInt());
 
     // One function per group of queries, each with its own sizes.
-    bool const right = catalogueQueries(runs);
-    return right ? 0 : 1;
+    bool const cataloguesRight = catalogueQueries(runs);
+    bool const repositoriesRight = repositoryQueries(runs);
+    return cataloguesRight && repositoriesRight ? 0 : 1;
 }
