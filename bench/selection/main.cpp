@@ -236,11 +236,11 @@ bool repositoryQueries(int runs)
         };
     }});
     rows.append({"product API versions", [&](int size) -> std::function<bool()> {
-        QSet<QVersionNumber> expected;
-        for (LN_ComponentMetadata const & record : walk(size, orvanis))
-            expected.insert(record.oapiVersion);
-        return [r = repositories.value(size), expected] {
-            return r.getInstalledProductOapiVersions(Product_Orvanis) == expected;
+        // Every version differs; a whole comparison of two sets would time lookups, not the query.
+        QList<LN_ComponentMetadata> const records = walk(size, orvanis);
+        return [r = repositories.value(size), count = records.size(), last = records.constLast().oapiVersion] {
+            QSet<QVersionNumber> const versions = r.getInstalledProductOapiVersions(Product_Orvanis);
+            return versions.size() == count && versions.contains(last);
         };
     }});
     rows.append({"Orvanis version texts", [&](int size) -> std::function<bool()> {
