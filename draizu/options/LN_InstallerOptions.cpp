@@ -3,7 +3,6 @@
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_Exception.h>
 #include <draizu/host/LN_Util.h>
-#include <draizu/records/LN_ComponentMetadata.h>
 
 #include <QDir>
 #include <QFileInfo>
@@ -285,16 +284,5 @@ LN_Result<LN_InstallerOptions> LN_InstallerOptions::deserialize(QString const & 
     else if (!buildTypeValue.isNull())
         return incorrectType(u"build-type was incorrect type"_s);
 
-    return options;
-}
-
-LN_InstallerOptions LN_InstallerOptions::uninstall(LN_ComponentMetadata const & record, bool forced)
-{
-    LN_InstallerOptions options = record.installOptions();
-    options.verb = Uninstall;
-    options.product = record.product;
-    options.force = forced;
-    options.features.clear();
-    options.otherOptions.clear();
     return options;
 }

@@ -359,6 +359,19 @@ LN_InstallerOptions LN_ComponentMetadata::installOptions() const
     return options;
 }
 
+// Defined with the record, which is the higher of the two layers: the options see records only
+// through this declaration.
+LN_InstallerOptions LN_InstallerOptions::uninstall(LN_ComponentMetadata const & record, bool forced)
+{
+    LN_InstallerOptions options = record.installOptions();
+    options.verb = Uninstall;
+    options.product = record.product;
+    options.force = forced;
+    options.features.clear();
+    options.otherOptions.clear();
+    return options;
+}
+
 bool LN_ComponentMetadata::supportsPackages() const
 {
     return product == Product_Orvanis && QVersionNumber::compare(version, QVersionNumber(17, 5, 134)) > 0;
