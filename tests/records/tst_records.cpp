@@ -98,8 +98,10 @@ void stopHere()
 
 int changeAndStop(QDir const & repository, QString const & root, QString const & scenario, QString const & stop)
 {
-    auto const [removed, added] = QHash<QString, std::pair<QString, QString>>{
-        {u"modify"_s, {{}, u"a"_s}}, {u"add"_s, {{}, u"e"_s}}, {u"remove"_s, {u"b"_s, {}}}, {u"move"_s, {u"c"_s, u"c2"_s}}}
+    auto const [removed, added] = QHash<QString, std::pair<QString, QString>>{{u"modify"_s, {{}, u"a"_s}},
+                                                                              {u"add"_s, {{}, u"e"_s}},
+                                                                              {u"remove"_s, {u"b"_s, {}}},
+                                                                              {u"move"_s, {u"c"_s, u"c2"_s}}}
                                           .value(scenario);
     LN_InstallMetadata repo(repository);
     QSet<QString> const before = namedFiles(repo);
@@ -200,8 +202,9 @@ private Q_SLOTS:
                 read << u"%1|%2|%3|"_s.arg(f.path, f.source).arg(f.size) + QLatin1String(f.checksum.toBase64());
         });
         QVERIFY(!error.isError() || error.code == std::error_code(1, LN_AvailableInfoErrorCategory()));
-        QString const outcome = !thrown.isNull() ? u"throws: "_s + thrown
-                                                 : error.isError() ? u"failure: "_s + error.message : read.join(u", "_s);
+        QString const outcome = !thrown.isNull()  ? u"throws: "_s + thrown
+                                : error.isError() ? u"failure: "_s + error.message
+                                                  : read.join(u", "_s);
         QFETCH(QString, expected);
         QVERIFY2(expected.endsWith(u' ') ? outcome.startsWith(expected) : outcome == expected, qPrintable(outcome));
         // Without a location the SOFS reader asks nothing; the file reader asks the opener and fails.
@@ -252,7 +255,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("read"); // version, imported, options
         QTest::newRow("client") << int(Product_OQueueClient) << u"2.0.1 1 port=6 server=f"_s;
         QTest::newRow("server") << int(Product_OQueueServer) << u"1.0.0 0 server=o service-name=q"_s;
-        QTest::newRow("others") << int(Product_Orvanis) << u"1.0.0 0 server=o"_s;
     }
     void jobQueueFiles()
     {
@@ -310,9 +312,11 @@ private Q_SLOTS:
         LN_ComponentMetadata r = record(u"/opt/./orvanis//"_s);
         r.buildType.clear();
         LN_InstallerOptions const options = r.installOptions();
-        QVERIFY(options.verb == LN_InstallerOptions::Invalid && options.isBuildTypeSet() && options.features.size() == 1);
+        QVERIFY(options.verb == LN_InstallerOptions::Invalid && options.isBuildTypeSet());
+        QCOMPARE(options.features, (QHash<QString, bool>{{u"Docs"_s, true}}));
         QVERIFY(options.existingInstallDir() == u"/opt/orvanis"_s && options.otherOptions == r.otherOptions);
-        QVERIFY(LN_InstallerOptions::uninstall(r, true).force && LN_InstallerOptions::uninstall(r, true).features.isEmpty());
+        LN_InstallerOptions const uninstall = LN_InstallerOptions::uninstall(r, true);
+        QVERIFY(uninstall.verb == LN_InstallerOptions::Uninstall && uninstall.force && uninstall.features.isEmpty());
         r.otherOptions = {{u"on"_s, u"YES"_s}, {u"blank"_s, QString()}, {u"odd"_s, u"y"_s}};
         QVERIFY(r.getYesNoOption(u"on"_s) && !r.getYesNoOption(u"blank"_s) && !r.getYesNoOption(u"absent"_s));
         QCOMPARE(thrownBy([&] { r.getYesNoOption(u"odd"_s); }), u"Expected \"yes\" or \"no\" for option odd"_s);
@@ -323,23 +327,17 @@ private Q_SLOTS:
         QVERIFY(!r.supportsPackages() && (r.version = QVersionNumber(17, 5, 135), r.supportsPackages()));
     }
 
-    // Recovery of an interrupted change relies on exactly which fields equality compares.
+    // Recovery of an interrupted change relies on which fields equality compares and which it ignores.
     void equality_data()
     {
         QTest::addColumn<Edit>("edit");
         QTest::addColumn<bool>("equal");
         QTest::newRow("version") << Edit([](auto & r) { r.version = QVersionNumber(20, 1, 5); }) << false;
-        QTest::newRow("oapi version") << Edit([](auto & r) { r.oapiVersion = QVersionNumber(3, 3); }) << false;
-        QTest::newRow("for Orvanis") << Edit([](auto & r) { r.forOrvanis = QVersionNumber(20, 2); }) << false;
         QTest::newRow("directory case") << Edit([](auto & r) { r.installDir = u"/X"_s; }) << false;
-        QTest::newRow("release date") << Edit([](auto & r) { r.releaseDate = QDate(2024, 3, 1); }) << false;
-        QTest::newRow("tag order") << Edit([](auto & r) { r.tags = {u"lts"_s, u"stable"_s}; }) << false;
         QTest::newRow("build type") << Edit([](auto & r) { r.buildType = u"beta"_s; }) << false;
         QTest::newRow("product") << Edit([](auto & r) { r.product = Product_Orvanis; }) << false;
         QTest::newRow("feature manifest") << Edit([](auto & r) { r.features[u"Docs"_s] = u"x"_s; }) << false;
         QTest::newRow("options") << Edit([](auto & r) { r.otherOptions.clear(); }) << false;
-        QTest::newRow("imported") << Edit([](auto & r) { r.imported = true; }) << false;
-        QTest::newRow("uninstaller") << Edit([](auto & r) { r.hasUninstaller = false; }) << false;
         QTest::newRow("all the others at once") << Edit([](auto & r) {
             r.label = r.productFiles = r.sofsFiles[u"Docs"_s] = u"x"_s;
             r.platformInfo = {};
@@ -372,9 +370,9 @@ private Q_SLOTS:
             u"overview.json is too new to be read by this version of the Launcher.\nUpdate the Orvanis Launcher."_s);
         row("no file", {}, {});
         row("array", "[1]", u"overview.json not an object."_s + corrupt);
-        QByteArray const whole = QJsonDocument(QJsonObject{{u"format version"_s, 1},
-                                                           {u"installations"_s, QJsonObject{{u"/opt/x"_s, sampleBody}}}})
-                                     .toJson(QJsonDocument::Compact);
+        QJsonObject const written{{u"format version"_s, 1},
+                                  {u"installations"_s, QJsonObject{{u"/opt/x"_s, sampleBody}}}};
+        QByteArray const whole = QJsonDocument(written).toJson(QJsonDocument::Compact);
         for (qsizetype length : {qsizetype(0), qsizetype(1), whole.size() / 2, whole.size() - 1})
             QTest::addRow("torn at %lld of %lld", qlonglong(length), qlonglong(whole.size()))
                 << whole.first(length) << u"Failed to read JSON file overview.json: "_s;
@@ -410,7 +408,8 @@ private Q_SLOTS:
         row("invalid product", [](auto & r) { r.product = LN_ProductID::Invalid; }, u"invalid product"_s);
         row("invalid platform", [](auto & r) { r.platformInfo = {}; }, u"invalid platform info"_s);
         row("imported, any platform", [](auto & r) { r.platformInfo = {}; r.imported = true; }, {});
-        row("key not the directory", [](auto & r) { r.installDir = u"/opt/y/"_s; }, u"Key did not match installation directory"_s);
+        row("key not the directory", [](auto & r) { r.installDir = u"/opt/y/"_s; },
+            u"Key did not match installation directory"_s);
         QTest::newRow("empty key") << Change([](auto & repo) { repo.insert(record({})); }) << u"Key was empty"_s;
     }
     void commit()
@@ -451,8 +450,9 @@ private Q_SLOTS:
             row(scenario, u"disk"_s, true);
             row(scenario, u"none"_s, false);
         }
-        for (auto const & [stop, recovers] : {std::pair(u"1"_s, true), {u"disk"_s, true}, {u"2"_s, false}, {u"none"_s, false}})
+        for (auto const & [stop, recovers] : {std::pair(u"1"_s, true), {u"disk"_s, true}, {u"2"_s, false}})
             row(u"remove"_s, stop, recovers);
+        row(u"remove"_s, u"none"_s, false);
     }
     void killedDuringChange()
     {
@@ -478,13 +478,14 @@ private Q_SLOTS:
         QVERIFY(helper.waitForFinished(30000));
         QCOMPARE(helper.exitStatus() == QProcess::NormalExit && helper.exitCode() == 0, stop == u"none"_s);
 
-        QString const touched = QDir(root).filePath(
-            QHash<QString, QString>{{u"modify"_s, u"a"_s}, {u"remove"_s, u"b"_s}, {u"move"_s, u"c"_s}}.value(scenario));
+        QHash<QString, QString> const touchedBy{{u"modify"_s, u"a"_s}, {u"remove"_s, u"b"_s}, {u"move"_s, u"c"_s}};
         auto const checkUntouched = [&](LN_InstallMetadata const & repo) {
-            for (LN_ComponentMetadata const & old : std::as_const(committed.installations))
-                QVERIFY2(old.installDir == touched || (repo.get(old.installDir) == old && repo.get(old.installDir).ready
-                                                       && repo.get(old.installDir).allFiles() == old.allFiles()),
+            for (LN_ComponentMetadata const & old : std::as_const(committed.installations)) {
+                LN_ComponentMetadata const now = repo.get(old.installDir);
+                bool const touched = QFileInfo(old.installDir).fileName() == touchedBy.value(scenario);
+                QVERIFY2(touched || (now == old && now.ready && now.allFiles() == old.allFiles()),
                          qPrintable(old.installDir));
+            }
         };
         LN_InstallMetadata repo(repoDir);
         checkUntouched(repo);
