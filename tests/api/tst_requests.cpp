@@ -1,16 +1,20 @@
-// The reader, the request object, the engine and typed functions, on an in-memory stream.
+// The reader, the request object, the engine and typed functions on an in-memory stream, and the
+// text form of messages and their output for a person, a machine and a log file.
 
 #include <draizu/api/LN_ApiHandler.h>
 #include <draizu/api/LN_ApiMessageReader.h>
 #include <draizu/api/LN_ApiRequestEngine.h>
 #include <draizu/api/LN_AutoApiRequest.h>
 #include <draizu/api/LN_Message.h>
+#include <draizu/api/LN_ProgressWriter.h>
 #include <draizu/core/LN_Waits.h>
 
 #include "WireText.h"
 
 #include <QBuffer>
+#include <QRegularExpression>
 #include <QSignalSpy>
+#include <QTemporaryFile>
 #include <QTest>
 #include <QTextStream>
 
@@ -75,6 +79,11 @@ private Q_SLOTS:
     void idleTimerStartsAtFirstReport();
     void engineQueue();
     void handlersAndGuards();
+    void textForm_data();
+    void textForm();
+    void consoleOutput_data();
+    void consoleOutput();
+    void logFile();
 };
 
 void TestRequests::headerInPieces()
@@ -100,10 +109,7 @@ void TestRequests::answers()
 {
     LN_Waits::setForTesting(LN_Waits::ProgressInterval, 3600000);
     Wire wire;
-    QSignalSpy completed(&wire.request, &R::completed);
-    // An accepted cancel leaves the request open; reports go out by their type, the first
-    // progress at once.
-    wire.request.cancel(R::Cancel_Accepted, u"soon"_s);
+    // Reports go out by their type, the first progress at once; a negative or empty one does not.
     for (LN_Message const & m :
          {LN_Message::progress(-1, 4, {}), LN_Message::progress(0x100000002, 0x100000003, {}), LN_Message::info(u"i"_s),
           LN_Message::warn(u"w"_s), LN_Message::error(u"e"_s), LN_Message::internal(u"d"_s), LN_Message::info({}),
@@ -119,12 +125,10 @@ void TestRequests::answers()
     wire.request.cancelAndComplete(u"late"_s);
     wire.request.message(u"late"_s);
     wire.request.progress(1, 1);
-    QCOMPARE(wire.take(), reply("CANCEL_RESP", 200, "t", "ACCEPTED soon") + reply("PROGRESS", 200, "t", "2 3")
-                              + reply("MESSAGE", 200, "t", "i") + reply("WARNING", 200, "t", "w")
-                              + reply("ERROR", 200, "t", "e") + reply("DEBUG", 200, "t", "d")
-                              + reply("PROGRESS", 200, "t", "6 10")
+    QCOMPARE(wire.take(), reply("PROGRESS", 200, "t", "2 3") + reply("MESSAGE", 200, "t", "i")
+                              + reply("WARNING", 200, "t", "w") + reply("ERROR", 200, "t", "e")
+                              + reply("DEBUG", 200, "t", "d") + reply("PROGRESS", 200, "t", "6 10")
                               + reply("COMPLETE", 500, "t", "{\n}\n", "application/json"));
-    QCOMPARE(completed.size(), 1);
 }
 
 void TestRequests::idleTimerStartsAtFirstReport()
@@ -140,9 +144,6 @@ void TestRequests::idleTimerStartsAtFirstReport()
     QByteArray written;
     QTRY_VERIFY((written += wire.take()).contains("cmd=COMPLETE"));
     QCOMPARE(written, reply("DEBUG", 200, "t", "d") + complete("t", "The request sat idle for too long.", 500));
-    if (request)
-        request->complete(u"too late"_s);
-    QCOMPARE(wire.take(), QByteArray());
     // The request ends itself once control is back in the event loop.
     QTRY_VERIFY(request.isNull());
 }
@@ -151,65 +152,138 @@ void TestRequests::engineQueue()
 {
     Wire wire;
     QSignalSpy finished(&wire.engine, &LN_ApiRequestEngine::hasShutdownEngine);
-    wire.feed(call("a", "hold") + call("b", "hold") + call("c", "hold") + call("d", "hold"));
-    QCOMPARE(wire.hold->held.size(), 1);
-    // A failed message's completion removes the first entry of its tag: the running one.
-    wire.feed(message("API_FUNCTION", "a", "json=%5B"));
-    QCOMPARE(wire.hold->held.size(), 2);
-    wire.hold->held.at(0)->complete(u"first"_s);
-
+    wire.feed(call("a", "hold") + call("b", "hold") + call("c", "hold"));
     // A waiting request that is deleted is skipped when its turn comes.
-    delete wire.engine.findChildren<R *>().at(2);
+    delete wire.engine.findChildren<R *>().at(1);
+    wire.hold->held.at(0)->complete(u"first"_s);
+    QCOMPARE(wire.hold->held.size(), 2);
+    QCOMPARE(wire.hold->held.at(1)->tag(), u"c"_s);
+    // A shutdown that waits for the running request is signalled once that request has finished.
+    wire.feed(message("SHUTDOWN", "s", "x"));
+    QCOMPARE(finished.size(), 0);
     wire.hold->held.at(1)->complete(u"second"_s);
-    QCOMPARE(wire.hold->held.size(), 3);
-    QCOMPARE(wire.hold->held.at(2)->tag(), u"d"_s);
-
-    // A shutdown lets the running request finish, runs nothing after it, and is signalled.
-    wire.feed(message("SHUTDOWN", "s", "x") + call("e", "hold"));
-    QVERIFY(wire.engine.shutdownRequested() && !wire.engine.hasShutdown());
-    wire.hold->held.at(2)->complete(u"third"_s);
-    QVERIFY(wire.engine.hasShutdown());
     QCOMPARE(finished.size(), 1);
-    QCOMPARE(wire.hold->held.size(), 3);
-    QCOMPARE(wire.take(), complete("a", "Invalid JSON provided for request.", 400) + complete("a", "first")
-                              + complete("b", "second") + complete("d", "third"));
-
-    // With nothing running it shuts down at once, unsignalled, and reads no further.
-    Wire idle;
-    QSignalSpy idleFinished(&idle.engine, &LN_ApiRequestEngine::hasShutdownEngine);
-    idle.feed(message("SHUTDOWN", "s", "x") + call("a", "hold"));
-    QVERIFY(idle.engine.hasShutdown());
-    QCOMPARE(idleFinished.size() + idle.hold->held.size(), 0);
+    QCOMPARE(wire.take(), complete("a", "first") + complete("c", "second"));
 }
 
 void TestRequests::handlersAndGuards()
 {
+    // Of two parameters of one name the first gives the default; names are case-sensitive.
     LN_ApiHandler const repeated(u"r"_s, {{u"a"_s, 1}, {u"a"_s, 2}}, [](R *, int, int) {});
-    QVERIFY(repeated.isValid());
     QCOMPARE(repeated.paramDefault(u"a"_s).toInt(), 1);
     QVERIFY(!repeated.paramDefault(u"A"_s).isValid());
 
     Wire wire;
-    LN_ApiHandler unbound;
-    QVERIFY(!unbound);
-    unbound.exec(&wire.request, {}, {});
-    QCOMPARE(wire.take(), complete("t", "Bad API function", 500));
-
     {
-        R request(u"t"_s, R::Protocol_V1, wire.stream);
-        {
-            LN_AutoApiRequest const released(&request);
-            request.releaseResponseChecks();
-        }
-        // A released guard gone before the request must not be reached by a later release.
-        request.releaseResponseChecks();
+        LN_AutoApiRequest const released(&wire.request);
+        wire.request.releaseResponseChecks();
     }
+    // A released guard gone before the request must not be reached by a later release.
+    wire.request.releaseResponseChecks();
     {
         auto * deleted = new R(u"t"_s, R::Protocol_V1, wire.stream);
         LN_AutoApiRequest const orphan(deleted);
         delete deleted;
     }
     QCOMPARE(wire.take(), QByteArray());
+    LN_ApiHandler().exec(&wire.request, {}, {});
+    QCOMPARE(wire.take(), complete("t", "Bad API function", 500));
+}
+
+void TestRequests::textForm_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("fields"); // type current/total text, as read back
+    QTest::addColumn<bool>("canonical"); // written back the same
+
+    QTest::newRow("progress") << u"Progress 40/100 \"Copying files\""_s << u"0 40/100 Copying files"_s << true;
+    QTest::newRow("inner quote") << u"Warning 0/0 \"a\"b\""_s << u"2 0/0 a\"b"_s << true;
+    QTest::newRow("escapes") << u"Error 0/0 \"a\\\\b\\nc\""_s << u"3 0/0 a\\b\nc"_s << true;
+    QTest::newRow("blanks, negatives, unknown word") << u"  Note   -1/-1 \"x\"  "_s << u"5 -1/-1 x"_s << false;
+    QTest::newRow("no quoted part") << u"Progress 1/2"_s << u"5 0/0 "_s << false;
+    QTest::newRow("backslash before n is lost") << u"Info 0/0 \"a\\\\nb\""_s << u"1 0/0 a\\\nb"_s << false;
+    QTest::newRow("text trimmed, line end inside") << u"Internal 0/0 \" a\nb \""_s << u"4 0/0 a\nb"_s << false;
+}
+
+void TestRequests::textForm()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, fields);
+    QFETCH(bool, canonical);
+    LN_Message const m = LN_Message::deserialize(text);
+    QCOMPARE(u"%1 %2/%3 %4"_s.arg(int(m.type)).arg(m.current).arg(m.total).arg(m.message), fields);
+    if (canonical)
+        QCOMPARE(m.serialize(), text);
+}
+
+void TestRequests::consoleOutput_data()
+{
+    QTest::addColumn<int>("verbosity"); // -1: machine-readable
+    QTest::addColumn<QList<LN_Message>>("messages");
+    QTest::addColumn<QString>("output"); // out|err
+
+    using M = LN_Message;
+    QList<M> const mixed = {M::info(u"i"_s), M::warn(u"w"_s), M::error(u"e"_s), M::internal(u"d"_s),
+                            M::progress(1, 4, u"p"_s)};
+    QList<M> thousand;
+    for (int i = 1; i <= 1000; ++i)
+        thousand.append(M::progress(i, 1000, u"step"_s));
+    QString perPercent;
+    for (int percent = 0; percent <= 100; ++percent)
+        perPercent += u"[%1/100] step\n"_s.arg(percent);
+
+    QTest::newRow("quiet shows warnings and errors") << 0 << mixed << u"Warning: w\n|Error: e\n"_s;
+    QTest::newRow("normal") << 1 << mixed << u"i\nWarning: w\n[25/100] p\n|Error: e\n"_s;
+    QTest::newRow("very verbose shows no percent") << 3 << mixed << u"i\nWarning: w\n[0/100] p\n|Error: e\n"_s;
+    QTest::newRow("machine readable errors go out; unknown type")
+        << -1 << mixed + QList<M>{M(1, 2, u"x"_s, M::Type(42))}
+        << u"Info 0/0 \"i\"\nWarning 0/0 \"w\"\nError 0/0 \"e\"\nInternal 0/0 \"d\"\nProgress 1/4 \"p\"\n"
+           u"Invalid 1/2 \"x\"\n|"_s;
+    QTest::newRow("one line per percent") << 1 << thousand << perPercent + u'|';
+    QTest::newRow("verbose shows everything")
+        << 2 << thousand.first(3) << u"[0/100] step\n[0/100] step\n[0/100] step\n|"_s;
+    QTest::newRow("lower current dropped; a new total starts a new series")
+        << -1 << QList<M>{M::progress(50, 100, u"a"_s), M::progress(40, 100, u"b"_s), M::progress(1, 10, u"c"_s),
+                          M::progress(0, 10, u"d"_s)}
+        << u"Progress 50/100 \"a\"\nProgress 1/10 \"c\"\n|"_s;
+}
+
+void TestRequests::consoleOutput()
+{
+    QFETCH(int, verbosity);
+    QFETCH(QList<LN_Message>, messages);
+    QFETCH(QString, output);
+
+    QString out, err;
+    QTextStream outStream(&out), errStream(&err);
+    LN_ProgressWriter writer(outStream, errStream, verbosity < 0, std::max(verbosity, 0));
+    for (LN_Message const & message : messages)
+        writer.write(message);
+    QCOMPARE(out + u'|' + err, output);
+}
+
+void TestRequests::logFile()
+{
+    QString out, err;
+    QTextStream outStream(&out), errStream(&err);
+    LN_ProgressWriter writer(outStream, errStream, false, 0);
+    QTemporaryFile log;
+    QVERIFY(log.open());
+    writer.setLogFile(&log);
+    for (LN_Message const & message : {LN_Message::progress(1, 2, u"copy"_s), LN_Message::warn(u"two\nlines"_s),
+                                       LN_Message::info(QString()), LN_Message::internal(u"note"_s)})
+        writer.write(message);
+    writer.writeFinishMessage(true, false);
+    writer.writeFinishMessage(false, true);
+    writer.outputRaw(u"raw"_s, LN_ProgressWriter::Err);
+    errStream.flush();
+    QCOMPARE(out + u'|' + err, u"Warning: two\nlines\nOperation failed\n|raw"_s);
+
+    QVERIFY(log.seek(0));
+    QString written = QString::fromUtf8(log.readAll());
+    written.replace(QRegularExpression(uR"(\[\d\d:\d\d:\d\d )"_s), u"[T "_s);
+    QCOMPARE(written, u"[T Info] copy\n[T Warning] two\n                   lines\n[T Internal] note\n"
+                      u"Operation finished successfully\nOperation failed\n"_s);
 }
 
 QTEST_GUILESS_MAIN(TestRequests)
