@@ -1,9 +1,15 @@
 #include <draizu/options/LN_InstallerOptions.h>
 
+#include <draizu/catalogue/LN_InstallOption.h>
 #include <draizu/core/LN_ErrorCategory.h>
 #include <draizu/core/LN_Exception.h>
+#include <draizu/core/LN_FixedLocations.h>
 #include <draizu/host/LN_Util.h>
+#include <draizu/prefs/LN_Preferences.h>
 
+#include <QCommandLineOption>
+#include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -12,6 +18,7 @@
 #include <QJsonParseError>
 #include <QJsonValue>
 
+#include <algorithm>
 #include <array>
 
 using namespace Qt::StringLiterals;
@@ -44,6 +51,33 @@ QString fullPathName(QString const & path)
     while (full == u"/.."_s || full.startsWith(u"/../"_s))
         full.remove(0, 3);
     return full.isEmpty() ? u"/"_s : full;
+}
+
+// Folder of each engine plug-in under "Orvanis Engine", by product number 1 to 4.
+QString engineFolder(LN_ProductID product)
+{
+    static constexpr std::array<char16_t const *, 4> words = {u"3ds Max", u"Maya", u"Unity", u"Unreal"};
+    return QString::fromUtf16(words.at(product - Product_Engine3dsMax));
+}
+
+bool isEnginePlugin(LN_ProductID product)
+{
+    return std::ranges::find(enginePluginProducts, product) != enginePluginProducts.end();
+}
+
+QString yesNo(bool yes)
+{
+    return yes ? u"yes"_s : u"no"_s;
+}
+
+QCommandLineOption valueOption(QString const & name, QString const & valueName, QString const & help)
+{
+    return QCommandLineOption(name, help, valueName);
+}
+
+QCommandLineOption yesNoOption(QString const & name, QString const & help, QString const & defaultValue)
+{
+    return QCommandLineOption(name, help + u"  Default is "_s + defaultValue + u'.', u"yes|no"_s, defaultValue);
 }
 
 LN_Result<LN_InstallerOptions> incorrectType(QString const & text)
@@ -87,6 +121,26 @@ bool LN_InstallerOptions::isSelected(QString const & feature) const
     if (productFromString(feature) == product)
         return true;
     return features.value(feature, false);
+}
+
+LN_InstallerOptions::DiskReader::~DiskReader() = default;
+
+void LN_InstallerOptions::setOption(QCommandLineOption const & option, QCommandLineParser const & parser)
+{
+    setOption(option.names().constFirst(), parser);
+}
+
+void LN_InstallerOptions::setOption(QString const & name, QCommandLineParser const & parser)
+{
+    // Asked through the options found, so that an option this parser lacks is simply unset.
+    if (parser.optionNames().contains(name))
+        otherOptions.insert(name, parser.value(name));
+}
+
+void LN_InstallerOptions::setDefaultValue(QString const & key, QString const & value)
+{
+    if (!otherOptions.contains(key))
+        otherOptions.insert(key, value);
 }
 
 QString LN_InstallerOptions::installDir() const
@@ -285,4 +339,153 @@ LN_Result<LN_InstallerOptions> LN_InstallerOptions::deserialize(QString const & 
         return incorrectType(u"build-type was incorrect type"_s);
 
     return options;
+}
+
+QList<QCommandLineOption> LN_InstallerOptions::productOptions(LN_ProductID product)
+{
+    switch (product) {
+    case Product_Orvanis:
+        return {
+            yesNoOption(u"start-menu"_s, u"Create a start menu shortcut for Orvanis"_s, u"yes"_s),
+            yesNoOption(u"desktop-shortcut"_s, u"Creates a shortcut to Orvanis on the Desktop"_s, u"no"_s),
+            valueOption(u"start-menu-folder"_s, u"folder"_s,
+                        u"The Start Menu folder that will contain the shortcuts for the Orvanis applications."_s),
+            yesNoOption(u"file-associations"_s,
+                        u"Associates Orvanis applications with Orvanis specific file types (.orv, .orvx, .oda)."_s,
+                        u"yes"_s),
+            yesNoOption(u"extra-file-associations"_s,
+                        u"Associates Orvanis applications with additional image and geometry file types."_s, u"no"_s),
+        };
+    case Product_OQueueClient:
+        return {
+            valueOption(u"username"_s, u"user"_s, u"The user account to run OQClient as."_s),
+            valueOption(u"password"_s, u"password"_s, u"The password for the above user."_s),
+            valueOption(u"service-name"_s, u"name"_s, u"The name for the OQueue Client service."_s),
+            valueOption(u"server"_s, u"server"_s, u"The URL of the OQueue Server to connect to."_s),
+            valueOption(u"port"_s, u"port"_s, u"The port number of the OQueue Server to connect to."_s),
+            yesNoOption(u"mount-shared-folder"_s, u"Help text for mount-shared-folder."_s, u"yes"_s),
+        };
+    case Product_OQueueServer:
+        return {
+            valueOption(u"name"_s, u"name"_s, u"Help text for name"_s),
+            valueOption(u"port"_s, u"port"_s, u"Help text for port"_s),
+            valueOption(u"shared-dir"_s, u"metavar"_s, u"Help text for shared-dir"_s),
+            valueOption(u"share-name"_s, u"share_name"_s,
+                        u"The name for the other clients to connect to the shared folder"_s),
+            valueOption(u"service-name"_s, u"name"_s, u"The name for the OQueue Server service."_s),
+            valueOption(u"username"_s, u"username"_s, u"The user account to run the OQueue Server service under"_s),
+            valueOption(u"password"_s, u"password"_s, u"The password for the account"_s),
+            valueOption(u"shared-folder-mount"_s, u"dir"_s,
+                        u"Where the OQueue shared folder should be mounted on OQueue Clients"_s),
+        };
+    default:
+        return {};
+    }
+}
+
+QList<QCommandLineOption> LN_InstallerOptions::featureOptions(LN_ProductID product)
+{
+    QList<QCommandLineOption> options;
+    if (product != Product_Orvanis)
+        return options;
+    for (LN_InstallOption const & option : orvanisInstallOptions)
+        options.append(yesNoOption(QString::fromUtf8(option.optionId), QString::fromUtf8(option.description), u"no"_s));
+    return options;
+}
+
+void LN_InstallerOptions::setValuesFromAvailable(LN_AvailableInfo const & info)
+{
+    version = info.version;
+    setBuildType(info.buildType);
+    platform = info.platform.toString();
+}
+
+void LN_InstallerOptions::setDefaultsFromPreferences(LN_Preferences const & preferences, LN_AvailableInfo const & info)
+{
+    if (verb > Extract)
+        return;
+    QString const preferredDir = preferences.orvanisInstallDir();
+    if (product != Product_Orvanis) {
+        if (isEnginePlugin(product) && installDir_.isEmpty() && !preferredDir.isEmpty())
+            setInstallDir(QDir(preferredDir).absoluteFilePath(
+                u"Orvanis Engine/%1/%2"_s.arg(engineFolder(product), version.toString())));
+        return;
+    }
+    // Unlike defaultInstallDir, no blank between the word and the version.
+    if (installDir_.isEmpty() && !preferredDir.isEmpty())
+        setInstallDir(QDir(preferredDir).absoluteFilePath(u"Orvanis"_s + version.toString()));
+    for (LN_InstallOption const & option : orvanisInstallOptions) {
+        QString const name = QString::fromUtf8(option.name);
+        features.insert(name, info.hasFeature(name) && preferences.getInstallOrvanisFeature(option));
+    }
+    otherOptions.insert(u"desktop-shortcut"_s, yesNo(preferences.installDesktopShortcut()));
+    otherOptions.insert(u"file-associations"_s, yesNo(preferences.installFileAssociations()));
+    otherOptions.insert(u"extra-file-associations"_s, yesNo(preferences.installExtraFileAssociations()));
+    otherOptions.insert(u"start-menu"_s, yesNo(preferences.installLauncherShortcut()));
+}
+
+void LN_InstallerOptions::setDefaultValues()
+{
+    if (verb != Install)
+        return;
+    if (installDir_.isEmpty()) {
+        setInstallDir(product == Product_OQueueClient ? LN_FixedLocations::value(LN_FixedLocations::OQueueClientDir)
+                                                      : defaultInstallDir(product, version));
+        if (product == Product_EngineMaya && getOption(u"for-orvanis"_s).isEmpty())
+            otherOptions.insert(u"for-orvanis"_s, version.toString());
+    }
+    switch (product) {
+    case Product_Orvanis:
+        setDefaultValue(u"start-menu"_s, u"yes"_s);
+        setDefaultValue(u"desktop-shortcut"_s, u"no"_s);
+        if (getYesNoOption(u"start-menu"_s))
+            setDefaultValue(u"start-menu-folder"_s, u"Marlux Digital Studio"_s);
+        break;
+    case Product_OQueueServer:
+        setDefaultValue(u"shared-dir"_s, QDir(installDir_).absoluteFilePath(u"shared"_s));
+        setDefaultValue(u"shared-folder-mount"_s, LN_FixedLocations::value(LN_FixedLocations::SharedFolderMount));
+        setDefaultValue(u"share-name"_s, u"oq"_s);
+        setDefaultValue(u"service-name"_s, u"OQueueServer"_s);
+        break;
+    case Product_OQueueClient:
+        setDefaultValue(u"username"_s, LN_FixedLocations::value(LN_FixedLocations::ServiceAccount));
+        setDefaultValue(u"server"_s, u"localhost"_s);
+        setDefaultValue(u"port"_s, u"5000"_s);
+        setDefaultValue(u"mount-shared-folder"_s, u"no"_s);
+        setDefaultValue(u"service-name"_s, u"OQueueClient"_s);
+        break;
+    default:
+        break;
+    }
+}
+
+QString LN_InstallerOptions::defaultInstallDir(LN_ProductID product, QVersionNumber const & version)
+{
+    QDir const applicationDir(QCoreApplication::applicationDirPath());
+    switch (product) {
+    case Product_Orvanis:
+        return applicationDir.absoluteFilePath(u"../../../Orvanis "_s + version.toString());
+    case Product_LicenseServer:
+        return applicationDir.absoluteFilePath(u"../../../License Server"_s);
+    case Product_OQueueServer:
+        return LN_FixedLocations::value(LN_FixedLocations::OQueueServerDir);
+    case Product_MarluxLabs:
+        return applicationDir.absoluteFilePath(u"../marlux_packages"_s);
+    case Product_Optix:
+        return QDir(applicationDir.absoluteFilePath(u"../../../extras"_s))
+            .absoluteFilePath(u"optix"_s + version.toString());
+    case Product_Oserver:
+        return LN_FixedLocations::value(LN_FixedLocations::OserverDir);
+    default:
+        if (isEnginePlugin(product))
+            return applicationDir.absoluteFilePath(
+                u"../../../Orvanis Engine/%1/%2"_s.arg(engineFolder(product), version.toString()));
+        return {};
+    }
+}
+
+QString LN_InstallerOptions::defaultLogFileName() const
+{
+    QString const name = QString::fromLatin1(productName(product)).replace(u' ', u'_');
+    return u"%1-%2%3.log"_s.arg(verbString(), name, version.toString());
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <draizu/catalogue/LN_AvailableInfo.h>
 #include <draizu/catalogue/LN_ProductID.h>
 #include <draizu/core/LN_Result.h>
 #include <draizu/draizu_export.h>
@@ -12,6 +13,11 @@
 #include <QtGlobal>
 
 class LN_ComponentMetadata;
+class LN_FileOpener;
+class LN_InstallMetadata;
+class LN_Preferences;
+class QCommandLineOption;
+class QCommandLineParser;
 
 /// What one install operation is to do: the verb, which product at which version for which
 /// platform, where it goes, which features, and further options keyed by their long option
@@ -21,8 +27,8 @@ class LN_ComponentMetadata;
 /// A plain value with member-wise copy and move that owns all it holds. It validates no
 /// combination of fields, so the verb or the product may be Invalid, and whoever consumes the
 /// record decides. Every installation directory that enters from outside is stored through
-/// canonicalInstallPath. Only getYesNoOption throws and only deserialize returns failures; no
-/// other member fails. Not thread-safe, as any value.
+/// canonicalInstallPath. The command line (addOptions, fromArgs) and the defaults fill a
+/// record; failures are returned or thrown as each member says. Not thread-safe, as any value.
 class DRAIZU_EXPORT LN_InstallerOptions
 {
 public:
@@ -35,6 +41,18 @@ public:
         Move = 4,      ///< "move"
         Repair = 5,    ///< "repair"
         Invalid = 6,   ///< "invalid"; any word not above reads as it
+    };
+
+    /// What fromArgs learns about offline installers; LN_DiskReader asks the disk and the site,
+    /// a test may answer itself.
+    class DRAIZU_EXPORT DiskReader
+    {
+    public:
+        virtual ~DiskReader();
+        /// Whether the path names a file.
+        virtual bool isFile(QString const & path) = 0;
+        /// The builds in the offline installer at the path; the empty path means the site.
+        virtual LN_Result<QList<LN_AvailableInfo>> availableInfos(QString const & path) = 0;
     };
 
     /// The operation; Invalid until someone sets it.
@@ -122,10 +140,67 @@ public:
     /// record; nothing is thrown. Directories come back through canonicalInstallPath.
     static LN_Result<LN_InstallerOptions> deserialize(QString const & text);
 
+    /// Fills the parser for an installer's command line in three passes over the arguments
+    /// (the first is the program name): the verb word, then the verb's arguments and options,
+    /// then the options of the product that the line or, for modify, the installation names.
+    /// Parse failures are left to fromArgs; it adds neither help nor "only-if-newer".
+    static void addOptions(QCommandLineParser & parser, QList<QString> const & arguments,
+                           LN_InstallMetadata const & installations);
+    /// The operations of a parsed command line: one, and a second that upgrades the local
+    /// oserver when an Orvanis install or modify brings a newer one. Failures of the line are in
+    /// LN_InstallerOptionsParseErrorCategory, those of reading an offline installer or the site
+    /// keep their own; repair with a wrong count, a yes/no option with another word and an
+    /// operation on a directory without an installation throw LN_Exception.
+    static LN_Result<QList<LN_InstallerOptions>> fromArgs(QCommandLineParser const & parser,
+                                                          LN_InstallMetadata const & installations,
+                                                          DiskReader & reader);
+    /// The same, reading offline installers and the site through an LN_DiskReader on the opener.
+    static LN_Result<QList<LN_InstallerOptions>> fromArgs(QCommandLineParser const & parser,
+                                                          LN_InstallMetadata const & installations,
+                                                          LN_FileOpener & opener);
+
+    /// Takes version, build type and platform from the catalogue element, replacing them.
+    void setValuesFromAvailable(LN_AvailableInfo const & info);
+    /// For an install or extract of Orvanis or an engine plug-in: the directory under the
+    /// preferred Orvanis directory when none is given; for Orvanis also the features the build
+    /// has as preferred and the four shortcut and association options, replacing them.
+    void setDefaultsFromPreferences(LN_Preferences const & preferences, LN_AvailableInfo const & info);
+    /// For an install: the default directory when none is given, and the product's fixed option
+    /// defaults where an option is absent. Throws LN_Exception for a "start-menu" that is
+    /// neither yes nor no.
+    void setDefaultValues();
+    /// The product's default installation directory at that version, beside the running
+    /// executable or at a fixed location; empty for a product without one.
+    static QString defaultInstallDir(LN_ProductID product, QVersionNumber const & version);
+    /// "<verb>-<product>[version].log", blanks of the product name as underscores.
+    QString defaultLogFileName() const;
+    /// Whether the first build of `available` that is the local oserver at the options'
+    /// version, build type and platform is newer than the installed oserver. If so and
+    /// `upgrade` is not null, it receives the operation that installs or modifies it.
+    static bool getOserverUpgrade(QList<LN_AvailableInfo> const & available, LN_InstallMetadata const & installations,
+                                  LN_InstallerOptions const & options, LN_InstallerOptions * upgrade);
+
     /// Member-wise equality, the private directories and build type included.
     friend bool operator==(LN_InstallerOptions const &, LN_InstallerOptions const &) = default;
 
 private:
+    /// The steps of fromArgs, defined beside it.
+    struct CommandLine;
+
+    /// The options of the product on the command line; none for most products.
+    static QList<QCommandLineOption> productOptions(LN_ProductID product);
+    /// The yes/no option of each optional feature of the product; Orvanis alone has them.
+    static QList<QCommandLineOption> featureOptions(LN_ProductID product);
+    /// Stores the option's value under its first name when the parser has it set.
+    void setOption(QCommandLineOption const & option, QCommandLineParser const & parser);
+    /// Stores the named option's value when the parser has it set.
+    void setOption(QString const & name, QCommandLineParser const & parser);
+    /// Stores the value only where the key is absent; an empty value present stays.
+    void setDefaultValue(QString const & key, QString const & value);
+    /// Completes the record from the installation it changes; throws LN_Exception when there is
+    /// none.
+    void setValuesFromInstallations(LN_InstallMetadata const & installations);
+
     bool buildTypeSet_ = false;
     QString buildType_;
     QString installDir_;
