@@ -1,0 +1,312 @@
+#include "Commands.h"
+
+#include "ArchiveScan.h"
+#include "CommandError.h"
+#include "InstallPaths.h"
+#include "Unpacker.h"
+
+#include <draizu/catalogue/LN_AvailableInfo.h>
+#include <draizu/core/LN_ErrorCategory.h>
+#include <draizu/host/LN_Util.h>
+#include <draizu/io/LN_FileOpener.h>
+#include <draizu/options/LN_CouldInstall.h>
+#include <draizu/options/LN_DiskReader.h>
+#include <draizu/options/LN_InstallerOptions.h>
+#include <draizu/prefs/LN_Preferences.h>
+#include <draizu/records/LN_InstallMetadata.h>
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QJsonArray>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString channelOf(LN_AvailableInfo const & build)
+{
+    for (QString const & tag : {u"Alpha"_s, u"Beta"_s, u"Production"_s}) {
+        if (build.tags.contains(tag))
+            return tag.toLower();
+    }
+    return u"unreleased"_s;
+}
+
+// Failures of the command line and of finding what it names, by their exit status.
+ExitCode exitCodeOf(LN_ErrorStruct const & error)
+{
+    if (error.code.category() == LN_InstallerOptionsParseErrorCategory())
+        return error.code == LN_InstallerOptionsParseError::InvalidOptions ? Exit_NotFound : Exit_Usage;
+    if (error.code.category() == LN_AvailableInfoErrorCategory())
+        return Exit_NotFound;
+    return Exit_Failure;
+}
+
+// An archive is scanned once by the installer itself before the library reads it: a scan that
+// hangs stops here, and the order found lets every file be read in one pass.
+QHash<QString, qsizetype> scanOfflineInstaller(Context & context, QString const & path)
+{
+    QFileInfo const info(path);
+    if (path.isEmpty() || !info.exists() || info.isDir())
+        return {};
+    ArchiveScan const scan(path, context.scanStallSeconds);
+    if (scan.outcome == ArchiveScan::Stalled) {
+        context.console.finish(u"scan"_s, Exit_Failure, scan.message);
+        // The scanning thread cannot be stopped; nothing of this process is worth more cleanup.
+        std::_Exit(Exit_Failure);
+    }
+    return scan.order;
+}
+
+// Preferences fill what the command line left open; then the fixed defaults.
+void applyDefaults(LN_InstallerOptions & options, QCommandLineParser const & parser, Context const & context,
+                   LN_AvailableInfo const & build)
+{
+    std::unique_ptr<LN_Preferences> const preferences = context.preferencesPath.isEmpty()
+                                                            ? std::make_unique<LN_Preferences>()
+                                                            : std::make_unique<LN_Preferences>(context.preferencesPath);
+    LN_InstallerOptions preferred = options;
+    preferred.setDefaultsFromPreferences(*preferences, build);
+    if (options.installDir().isEmpty())
+        options.setInstallDir(preferred.installDir());
+    for (auto it = preferred.otherOptions.constBegin(); it != preferred.otherOptions.constEnd(); ++it)
+        options.otherOptions.insert(it.key(), options.otherOptions.value(it.key(), it.value()));
+    for (LN_InstallOption const & row : orvanisInstallOptions) {
+        QString const name = QString::fromUtf8(row.name);
+        if (preferred.features.contains(name) && !parser.optionNames().contains(QString::fromUtf8(row.optionId)))
+            options.features.insert(name, preferred.features.value(name));
+    }
+    options.setDefaultValues();
+}
+
+LN_AvailableInfo findBuild(LN_FileOpener & opener, LN_InstallerOptions const & options)
+{
+    opener.setInstallerOptions(options);
+    LN_Result<QList<LN_AvailableInfo>> const catalogue = LN_AvailableInfo::getProductInfo(opener);
+    if (catalogue.isError())
+        throw CommandError(exitCodeOf(catalogue.error), catalogue.error.message);
+    for (LN_AvailableInfo const & build : catalogue.value) {
+        if (productFromString(build.feature.name) == options.product && LN_Util::couldInstall(options, build))
+            return build;
+    }
+    throw CommandError(Exit_NotFound, u"No build of %1 %2 for %3 was found"_s.arg(
+                                          QString::fromLatin1(productName(options.product)),
+                                          options.version.toString(), options.platform));
+}
+
+bool isUpToDate(LN_InstallMetadata const & repository, LN_InstallerOptions const & options)
+{
+    QList<QVersionNumber> const installed = repository.getInstalledProductVersions(options.product);
+    return std::ranges::any_of(installed, [&](QVersionNumber const & version) {
+        return QVersionNumber::compare(version, options.version) >= 0;
+    });
+}
+
+int install(Context & context, QCommandLineParser const & parser, LN_InstallerOptions options,
+            QHash<QString, qsizetype> const & order)
+{
+    QString const command = options.verbString();
+    if (options.isOptionSet(u"only-if-newer"_s) && isUpToDate(context.repository, options))
+        return context.console.finish(command, Exit_Success,
+                                      u"%1 %2 or newer is installed already; nothing to do"_s.arg(
+                                          QString::fromLatin1(productName(options.product)),
+                                          options.version.toString()));
+    LN_FileOpener opener(&context.network, options);
+    LN_AvailableInfo const build = findBuild(opener, options);
+    if (options.verb == LN_InstallerOptions::Install || options.verb == LN_InstallerOptions::Extract)
+        applyDefaults(options, parser, context, build);
+    context.console.openLog(QDir(context.logDirectory).filePath(options.defaultLogFileName()));
+    context.console.report(LN_Message::info(u"Installing %1 %2 into %3"_s.arg(
+        QString::fromLatin1(productName(options.product)), build.version.toString(), options.installDir())));
+
+    Unpacker unpacker(opener, order, [&](LN_Message const & message) { context.console.report(message); });
+    unpacker.install(options, build, context.repository, options.verb != LN_InstallerOptions::Extract);
+    return context.console.finish(command, Exit_Success, u"%1 %2 is installed in %3"_s.arg(
+                                                             QString::fromLatin1(productName(options.product)),
+                                                             build.version.toString(), options.installDir()),
+                                  {{u"directory"_s, options.installDir()}, {u"version"_s, build.version.toString()}});
+}
+
+// The install becomes a modify where an installation is recorded already. One that never
+// finished is installed again in its place; changing a finished one is not offered yet.
+int modify(Context & context, QCommandLineParser const & parser, LN_InstallerOptions options,
+           QHash<QString, qsizetype> const & order)
+{
+    LN_ComponentMetadata const record = context.repository.get(options.existingInstallDir());
+    if (record.ready) {
+        if (options.isOptionSet(u"only-if-newer"_s) && isUpToDate(context.repository, options))
+            return context.console.finish(u"install"_s, Exit_Success,
+                                          u"%1 is installed in %2 already; nothing to do"_s.arg(
+                                              record.shortString(), record.installDir));
+        throw CommandError(Exit_Failure, u"%1 is installed in %2 already, and changing an installation is not "
+                                         u"available in this version of draizu-installer"_s.arg(
+                                             record.shortString(), record.installDir));
+    }
+    context.console.report(LN_Message::info(u"Completing the interrupted installation in "_s + record.installDir));
+    options.verb = LN_InstallerOptions::Install;
+    options.setInstallDir(options.existingInstallDir());
+    options.otherOptions.remove(u"only-if-newer"_s);
+    return install(context, parser, options, order);
+}
+
+int uninstall(Context & context, LN_InstallerOptions const & options)
+{
+    QString const directory = options.existingInstallDir();
+    LN_ComponentMetadata const record = context.repository.get(directory);
+    context.console.openLog(QDir(context.logDirectory).filePath(options.defaultLogFileName()));
+    QList<LN_FileMetadata> const files = record.allFiles();
+    context.repository.remove(directory);
+    context.repository.save(u"new.json"_s);
+
+    QSet<QString> parents;
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        QString const & path = files.at(i).path;
+        if (!InstallPaths::isInside(path)) {
+            context.console.report(LN_Message::warn(u"Not removed, it lies outside the installation: %1"_s.arg(path)));
+            continue;
+        }
+        context.console.report(LN_Message::progress(i + 1, files.size(), u"Removing "_s + path));
+        LN_Util::removeFile(InstallPaths::join(directory, path));
+        for (qsizetype slash = path.indexOf(u'/'); slash > 0; slash = path.indexOf(u'/', slash + 1))
+            parents.insert(path.left(slash));
+    }
+    // Deepest first, so that a directory is empty when its turn comes; a user's file keeps it.
+    QStringList ordered = parents.values();
+    std::ranges::sort(ordered, std::greater{}, [](QString const & p) { return p.count(u'/'); });
+    for (QString const & parent : std::as_const(ordered))
+        QDir().rmdir(InstallPaths::join(directory, parent));
+    QDir().rmdir(directory);
+    context.repository.saveFinal();
+    return context.console.finish(u"uninstall"_s, Exit_Success,
+                                  u"%1 is uninstalled from %2"_s.arg(record.shortString(), directory),
+                                  {{u"directory"_s, directory}, {u"files"_s, files.size()}});
+}
+
+} // namespace
+
+int Commands::list(Context & context)
+{
+    QList<LN_ComponentMetadata> records = context.repository.getAll();
+    std::ranges::sort(records, {}, &LN_ComponentMetadata::installDir);
+    QJsonArray installations;
+    for (LN_ComponentMetadata const & record : std::as_const(records)) {
+        qint64 const size = record.installedSize();
+        installations.append(QJsonObject{{u"product"_s, QString::fromLatin1(productName(record.product))},
+                                         {u"version"_s, record.version.toString()},
+                                         {u"build type"_s, record.buildType},
+                                         {u"platform"_s, record.platformInfo.toString()},
+                                         {u"directory"_s, record.installDir},
+                                         {u"size"_s, size},
+                                         {u"ready"_s, record.ready}});
+        context.console.line(u"%1  %2  %3  %4  %5%6"_s.arg(record.shortString(), record.platformInfo.toString(),
+                                                          record.installDir, LN_Util::numBytesToString(size),
+                                                          record.ready ? u"ready"_s : u"NOT READY"_s,
+                                                          record.ready ? QString() : u" (interrupted)"_s));
+    }
+    if (records.isEmpty())
+        context.console.line(u"Nothing is installed."_s);
+    return context.console.finish(u"list"_s, Exit_Success, {}, {{u"installations"_s, installations}});
+}
+
+int Commands::available(Context & context, QString const & offlineInstaller)
+{
+    scanOfflineInstaller(context, offlineInstaller);
+    LN_FileOpener opener(&context.network, LN_InstallerOptions());
+    LN_Result<QList<LN_AvailableInfo>> const builds = LN_AvailableInfo::availableOrvanisVersions(opener,
+                                                                                                 offlineInstaller);
+    if (builds.isError())
+        return context.console.finish(u"available"_s, exitCodeOf(builds.error), builds.error.message);
+    QJsonArray list;
+    for (LN_AvailableInfo const & build : builds.value) {
+        if (productFromString(build.feature.name) == LN_ProductID::Invalid)
+            continue;
+        bool const installable = build.launcherCanInstall();
+        list.append(QJsonObject{{u"product"_s, build.feature.name}, {u"version"_s, build.version.toString()},
+                                {u"build type"_s, build.buildType}, {u"platform"_s, build.platform.toString()},
+                                {u"channel"_s, channelOf(build)}, {u"installable"_s, installable}});
+        context.console.line(u"%1 %2%3  %4  %5%6"_s.arg(build.feature.name, build.version.toString(),
+                                                       build.buildType.isEmpty() ? QString() : u'-' + build.buildType,
+                                                       build.platform.toString(), channelOf(build),
+                                                       installable ? QString() : u"  (needs a newer launcher)"_s));
+    }
+    return context.console.finish(u"available"_s, Exit_Success, {}, {{u"builds"_s, list}});
+}
+
+int Commands::verify(Context & context, QString const & directory)
+{
+    QString const canonical = LN_InstallerOptions::canonicalInstallPath(directory);
+    LN_ComponentMetadata const record = context.repository.get(canonical);
+    if (record.installDir.isEmpty())
+        throw CommandError(Exit_NotFound, u"%1 does not contain an installation."_s.arg(canonical));
+
+    QJsonArray missing, changed, extra;
+    QSet<QString> recorded;
+    QList<LN_FileMetadata> const files = record.allFiles();
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        LN_FileMetadata const & file = files.at(i);
+        recorded.insert(file.path);
+        context.console.report(LN_Message::progress(i + 1, files.size(), u"Checking "_s + file.path));
+        QString const path = InstallPaths::join(canonical, file.path);
+        QFileInfo const info(path);
+        if (!info.exists() && !info.isSymLink()) {
+            missing.append(file.path);
+            context.console.line(u"missing  "_s + file.path);
+        } else if (info.size() != file.size || LN_Util::checksum(path) != file.checksum) {
+            changed.append(file.path);
+            context.console.line(u"changed  "_s + file.path);
+        }
+    }
+    QDirIterator walk(canonical, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (walk.hasNext()) {
+        QString const path = QDir(canonical).relativeFilePath(walk.next());
+        if (!recorded.contains(path)) {
+            extra.append(path);
+            context.console.line(u"extra    "_s + path);
+        }
+    }
+    bool const intact = missing.isEmpty() && changed.isEmpty();
+    QString const summary = u"%1: %2 files checked, %3 missing, %4 changed, %5 not from the installation"_s.arg(
+        canonical, QString::number(files.size()), QString::number(missing.size()), QString::number(changed.size()),
+        QString::number(extra.size()));
+    return context.console.finish(u"verify"_s, intact ? Exit_Success : Exit_ChecksumMismatch, summary,
+                                  {{u"missing"_s, missing}, {u"changed"_s, changed}, {u"extra"_s, extra}});
+}
+
+int Commands::operations(Context & context, QCommandLineParser const & parser)
+{
+    QString const offlineInstaller = parser.optionNames().contains(u"offline-installer"_s)
+                                         ? parser.value(u"offline-installer"_s)
+                                         : QString();
+    QHash<QString, qsizetype> const order = scanOfflineInstaller(context, offlineInstaller);
+    LN_FileOpener opener(&context.network, LN_InstallerOptions());
+    LN_Result<QList<LN_InstallerOptions>> const parsed =
+        LN_InstallerOptions::fromArgs(parser, context.repository, opener);
+    if (parsed.isError())
+        throw CommandError(exitCodeOf(parsed.error), parsed.error.message);
+
+    int status = Exit_Success;
+    for (LN_InstallerOptions const & options : parsed.value) {
+        switch (options.verb) {
+        case LN_InstallerOptions::Install:
+        case LN_InstallerOptions::Extract:
+            status = install(context, parser, options, order);
+            break;
+        case LN_InstallerOptions::Modify:
+            status = modify(context, parser, options, order);
+            break;
+        case LN_InstallerOptions::Uninstall:
+            status = uninstall(context, options);
+            break;
+        default:
+            throw CommandError(Exit_Failure, u"%1 is not available in this version of draizu-installer"_s.arg(
+                                               options.verbString()));
+        }
+    }
+    return status;
+}

@@ -1,0 +1,140 @@
+// draizu-installer: installs, lists, verifies and uninstalls the products of an offline
+// installer or the site. The verbs install, extract and uninstall take the library's command
+// line; list, available and verify are the installer's own. docs/installer.md describes the
+// commands, the files it keeps and its exit statuses.
+
+#include "CommandError.h"
+#include "Commands.h"
+#include "Console.h"
+
+#include <draizu/core/LN_Exception.h>
+#include <draizu/options/LN_InstallerOptions.h>
+#include <draizu/records/LN_InstallMetadata.h>
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QNetworkAccessManager>
+#include <QStandardPaths>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString const description = u"Installs the products of the Orvanis family from an offline installer or the site.\n\n"
+                            u"Verbs: install, extract, uninstall (modify and repair are not available yet).\n"
+                            u"Commands: list, available, verify DIR.\n"
+                            u"Give --help after a verb or command for its options."_s;
+
+// Where the installer keeps its records and logs unless told otherwise.
+QString dataDirectory()
+{
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)).filePath(u"Marlux"_s);
+}
+
+QString optionOrEnvironment(QCommandLineParser const & parser, QString const & option, char const * variable,
+                            QString const & fallback)
+{
+    if (parser.isSet(option))
+        return parser.value(option);
+    QString const value = qEnvironmentVariable(variable);
+    return value.isEmpty() ? fallback : value;
+}
+
+void addGlobalOptions(QCommandLineParser & parser)
+{
+    parser.setApplicationDescription(description);
+    parser.addHelpOption();
+    parser.addOptions({
+        {u"json"_s, u"Write one JSON object per line: progress, messages, and the result last."_s},
+        {u"repository"_s,
+         u"The directory of the installation records (DRAIZU_REPOSITORY; default <data home>/Marlux/installations)."_s,
+         u"dir"_s},
+        {u"preferences"_s, u"The launcher's preferences file (DRAIZU_PREFERENCES; default the user's own)."_s,
+         u"file"_s},
+        {u"log-dir"_s, u"Where the log of each operation is written (default <data home>/Marlux/logs)."_s, u"dir"_s},
+        {u"scan-timeout"_s, u"Give up on an offline installer whose scan makes no progress for this long (default 60)."_s,
+         u"seconds"_s},
+        {u"only-if-newer"_s, u"Do nothing when the same or a newer version of the product is installed already."_s},
+    });
+}
+
+// The installer's own commands take one positional argument at most.
+int runOwnCommand(Context & context, QCommandLineParser & parser, QStringList const & arguments, QString const & command)
+{
+    parser.clearPositionalArguments();
+    if (command == u"verify"_s)
+        parser.addPositionalArgument(u"verify"_s, u"Check every recorded file of an installation"_s, u"verify DIR"_s);
+    else if (command == u"available"_s)
+        parser.addOption({u"offline-installer"_s, u"The location of an offline installer file"_s, u"path"_s});
+    if (!parser.parse(arguments))
+        throw CommandError(Exit_Usage, parser.errorText());
+    if (parser.isSet(u"help"_s)) {
+        std::fputs(qPrintable(parser.helpText()), stdout);
+        return Exit_Success;
+    }
+    QStringList const positional = parser.positionalArguments();
+    if (positional.size() != (command == u"verify"_s ? 2 : 1))
+        throw CommandError(Exit_Usage, u"Incorrect number of arguments"_s);
+    if (command == u"list"_s)
+        return Commands::list(context);
+    if (command == u"available"_s)
+        return Commands::available(context, parser.value(u"offline-installer"_s));
+    return Commands::verify(context, positional.at(1));
+}
+
+int run(QStringList const & arguments, Console & output, QString & command)
+{
+    QCommandLineParser parser;
+    addGlobalOptions(parser);
+    parser.addPositionalArgument(u"command"_s, u"A verb or a command"_s);
+    parser.parse(arguments);
+    command = parser.positionalArguments().value(0);
+
+    QString const data = dataDirectory();
+    QDir const repositoryDirectory(optionOrEnvironment(parser, u"repository"_s, "DRAIZU_REPOSITORY",
+                                                       QDir(data).filePath(u"installations"_s)));
+    if (!QDir().mkpath(repositoryDirectory.path()))
+        throw CommandError(Exit_Failure, u"Cannot create the repository directory "_s + repositoryDirectory.path());
+    LN_InstallMetadata repository(repositoryDirectory);
+    QNetworkAccessManager network;
+    bool stallOk = false;
+    int const stallSeconds = parser.value(u"scan-timeout"_s).toInt(&stallOk);
+    Context context{output,
+                    repository,
+                    network,
+                    optionOrEnvironment(parser, u"preferences"_s, "DRAIZU_PREFERENCES", {}),
+                    parser.isSet(u"log-dir"_s) ? parser.value(u"log-dir"_s) : QDir(data).filePath(u"logs"_s),
+                    stallOk && stallSeconds > 0 ? stallSeconds : 60};
+    QDir().mkpath(context.logDirectory);
+
+    if (command == u"list"_s || command == u"available"_s || command == u"verify"_s)
+        return runOwnCommand(context, parser, arguments, command);
+
+    LN_InstallerOptions::addOptions(parser, arguments, repository);
+    if (parser.isSet(u"help"_s)) {
+        std::fputs(qPrintable(parser.helpText()), stdout);
+        return Exit_Success;
+    }
+    return Commands::operations(context, parser);
+}
+
+} // namespace
+
+int main(int argc, char * argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(u"draizu-installer"_s);
+    QStringList const arguments = QCoreApplication::arguments();
+    Console console(arguments.contains(u"--json"_s));
+    QString command;
+    try {
+        return run(arguments, console, command);
+    } catch (CommandError const & error) {
+        return console.finish(command, error.code, error.message);
+    } catch (std::exception const & error) {
+        return console.finish(command, Exit_Failure, QString::fromUtf8(error.what()));
+    }
+}
