@@ -31,18 +31,24 @@ def file_sizes(count, total, rng):
     return [int(w * unit * rng.uniform(0.5, 1.5)) for w in weights]
 
 
-def write_payload(data, version, count, total, rng):
-    """The product's files under payload/<version>/, with the manifest that lists them."""
-    manifest = {}
-    for index, size in enumerate(file_sizes(count, total, rng)):
-        path = "%s/file%05d.%s" % (FOLDERS[index % len(FOLDERS)], index, ["bin", "txt", "py", "so"][index % 4])
-        source = "payload/orvanis-%s/%s" % (version, path)
-        content = rng.randbytes(size)
-        target = os.path.join(data, source)
+def store(data, content):
+    """Stores the content under its digest, once however many files have it; the manifest entry."""
+    digest = hashlib.sha256(content).digest()
+    source = "payload/%s/%s" % (digest.hex()[:2], digest.hex())
+    target = os.path.join(data, source)
+    if not os.path.exists(target):
         os.makedirs(os.path.dirname(target), exist_ok=True)
         with open(target, "wb") as stream:
             stream.write(content)
-        manifest[path] = [source, base64.b64encode(hashlib.sha256(content).digest()).decode(), size]
+    return [source, base64.b64encode(digest).decode(), len(content)]
+
+
+def write_payload(data, count, total, rng):
+    """The product's files, with the manifest that lists them."""
+    manifest = {}
+    for index, size in enumerate(file_sizes(count, total, rng)):
+        path = "%s/file%05d.%s" % (FOLDERS[index % len(FOLDERS)], index, ["bin", "txt", "py", "so"][index % 4])
+        manifest[path] = store(data, rng.randbytes(size))
     return manifest
 
 
@@ -53,16 +59,8 @@ def write_manifest(data, name, manifest):
 
 
 def product(data, version, tags, count, total, rng):
-    files = write_manifest(data, "orvanis-%s.files" % version, write_payload(data, version, count, total, rng))
-    pdb = {}
-    for index in range(3):
-        content = rng.randbytes(1024 * (index + 1))
-        source = "payload/orvanis-%s-pdb/debug/orvanis%d.pdb" % (version, index)
-        os.makedirs(os.path.dirname(os.path.join(data, source)), exist_ok=True)
-        with open(os.path.join(data, source), "wb") as stream:
-            stream.write(content)
-        pdb["debug/orvanis%d.pdb" % index] = [source, base64.b64encode(hashlib.sha256(content).digest()).decode(),
-                                              len(content)]
+    files = write_manifest(data, "orvanis-%s.files" % version, write_payload(data, count, total, rng))
+    pdb = {"debug/orvanis%d.pdb" % index: store(data, rng.randbytes(1024 * (index + 1))) for index in range(3)}
     return {"name": "Orvanis", "version": version, "minimum launcher version": "21.0.1", "files": files,
             "os name": "linux_x86_64", "compiler": "gcc12", "release date": "2026-10-01", "tags": tags,
             "features": [{"name": "PDB Files", "files": write_manifest(data, "orvanis-%s-pdb.files" % version, pdb)}]}

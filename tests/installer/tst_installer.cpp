@@ -1,0 +1,294 @@
+// draizu-installer driven end to end, as a user or a launcher runs it, on the sample offline
+// installer in both its forms.
+
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+#include <functional>
+
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString const platform = u"linux_x86_64_gcc12"_s;
+
+struct Run
+{
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+// Files below the directory, relative to it, sorted; links are listed, not followed.
+QStringList filesBelow(QString const & directory)
+{
+    QStringList files;
+    QDirIterator walk(directory, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (walk.hasNext())
+        files << QDir(directory).relativeFilePath(walk.next());
+    files.sort();
+    return files;
+}
+
+void writeFile(QString const & path, QByteArray const & content)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(content);
+}
+
+// Where the installer keeps the content of one of its files.
+QString sourceOf(QString const & installer, QString const & path)
+{
+    QFile manifest(installer + u"/orvanis-21.0.512.files"_s);
+    manifest.open(QIODevice::ReadOnly);
+    return installer + u'/' + QJsonDocument::fromJson(manifest.readAll())[path][0].toString();
+}
+
+using Setup = std::function<void(QString const & installer, QString const & target)>;
+
+} // namespace
+
+Q_DECLARE_METATYPE(Setup)
+
+class TestInstaller : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(work_.isValid());
+        QProcess generator;
+        generator.start(u"python3"_s, {QStringLiteral(DRAIZU_SAMPLE_GENERATOR), work_.path(), u"--files"_s,
+                                       u"80"_s, u"--size"_s, u"400000"_s, u"--iso"_s});
+        QVERIFY(generator.waitForFinished(60000) && generator.exitCode() == 0);
+        iso_ = work_.filePath(u"sample.iso"_s);
+        directory_ = work_.filePath(u"sample/data"_s);
+    }
+    void init()
+    {
+        QVERIFY(QDir(work_.filePath(u"run"_s)).removeRecursively());
+        QVERIFY(QDir().mkpath(work_.filePath(u"run"_s)));
+    }
+
+    void install_data()
+    {
+        QTest::addColumn<bool>("fromImage");
+        QTest::addColumn<Setup>("setup");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("message"); // %T the target
+        auto damage = [](QString const & file, QByteArray const & content) {
+            return Setup([=](QString const & installer, QString const &) { writeFile(installer + u'/' + file, content); });
+        };
+        QString const manifest = u"orvanis-21.0.512.files"_s;
+        Setup const none = [](QString const &, QString const &) {};
+        QTest::newRow("image") << true << none << 0 << u"Orvanis 21.0.512 is installed in %T"_s;
+        QTest::newRow("directory") << false << none << 0 << u"Orvanis 21.0.512 is installed in %T"_s;
+        QTest::newRow("checksum mismatch")
+            << false << Setup([](QString const & installer, QString const &) {
+                   writeFile(sourceOf(installer, u"bin/file00010.py"_s), "tampered");
+               })
+            << 4
+            << u"Checksum mismatch for bin/file00010.py: expected SHA-256 "_s;
+        QTest::newRow("file missing from the installer")
+            << false << Setup([](QString const & installer, QString const &) {
+                   QVERIFY(QFile::remove(sourceOf(installer, u"lib/file00011.so"_s)));
+               })
+            << 3 << u"cannot be read from the offline installer"_s;
+        QTest::newRow("foreign file in the target")
+            << false << Setup([](QString const &, QString const & target) { writeFile(target + u"/bin/file00000.bin"_s, "mine"); })
+            << 1 << u"%T/bin/file00000.bin already exists and is not part of this installation"_s;
+        QTest::newRow("link on the way")
+            << false << Setup([this](QString const &, QString const & target) {
+                   QVERIFY(QDir().mkpath(target) && QFile::link(work_.filePath(u"run"_s), target + u"/lib"_s));
+               })
+            << 1 << u"cannot be installed: %T/lib is not a directory"_s;
+        for (QString const & escape : {u"../escaped"_s, u"/tmp/escaped"_s, u"bin/../../escaped"_s})
+            QTest::newRow(qPrintable(u"manifest names "_s + escape))
+                << false
+                << damage(manifest, QJsonDocument(QJsonObject{{escape, QJsonArray{u"overview.json"_s, u""_s, 1}}})
+                                        .toJson())
+                << 1 << u"The file list names \"%1\", which lies outside the installation directory"_s.arg(escape);
+    }
+    void install()
+    {
+        QFETCH(bool, fromImage);
+        QFETCH(Setup, setup);
+        QFETCH(int, code);
+        QFETCH(QString, message);
+        QString installer = iso_;
+        if (!fromImage) {
+            installer = work_.filePath(u"run/installer"_s);
+            QVERIFY(QProcess::execute(u"cp"_s, {u"-a"_s, directory_, installer}) == 0);
+        }
+        QString const target = work_.filePath(u"run/target"_s);
+        setup(installer, target);
+        // The installer's own state (records, log, preferences) lies in the run folder as well.
+        auto const userFiles = [this] {
+            return filesBelow(work_.filePath(u"run"_s)).filter(QRegularExpression(u"^(installer|target)/"_s));
+        };
+        QStringList const before = userFiles();
+
+        Run const result = run({u"install"_s, u"Orvanis"_s, u"21.0.512"_s, u"--platform"_s, platform,
+                                u"--offline-installer"_s, installer, u"--installdir"_s, target});
+        QCOMPARE(result.code, code);
+        QVERIFY2(QString(result.out + result.err).contains(QString(message).replace(u"%T"_s, target)), qPrintable(result.err));
+        if (code != 0) {
+            // Nothing of the failed run stays: no file, no record.
+            QCOMPARE(userFiles(), before);
+            QVERIFY(run({u"list"_s}).out.contains(u"Nothing is installed."_s));
+            return;
+        }
+        QCOMPARE(run({u"verify"_s, target}).code, 0);
+        QCOMPARE(filesBelow(target).size(), 80);
+        QCOMPARE(run({u"install"_s, u"Orvanis"_s, u"21.0.512"_s, u"--platform"_s, platform, u"--offline-installer"_s,
+                      installer, u"--installdir"_s, target, u"--only-if-newer"_s})
+                     .code,
+                 0);
+        Run const again = run({u"install"_s, u"Orvanis"_s, u"21.0.512"_s, u"--platform"_s, platform,
+                               u"--offline-installer"_s, installer, u"--installdir"_s, target});
+        QVERIFY(again.code == 1 && again.err.contains(u"changing an installation is not available"_s));
+
+        writeFile(target + u"/user-notes.txt"_s, "kept");
+        QFile::remove(target + u"/bin/file00000.bin"_s);
+        writeFile(target + u"/lib/file00001.txt"_s, "changed");
+        Run const verified = run({u"verify"_s, target, u"--json"_s});
+        QCOMPARE(verified.code, 4);
+        QJsonObject const report = QJsonDocument::fromJson(verified.out.split(u'\n', Qt::SkipEmptyParts).last().toUtf8()).object();
+        QCOMPARE(QJsonDocument(QJsonObject{{u"missing"_s, report[u"missing"_s]}, {u"changed"_s, report[u"changed"_s]},
+                                           {u"extra"_s, report[u"extra"_s]}})
+                     .toJson(QJsonDocument::Compact),
+                 R"({"changed":["lib/file00001.txt"],"extra":["user-notes.txt"],"missing":["bin/file00000.bin"]})");
+
+        QCOMPARE(run({u"uninstall"_s, target}).code, 0);
+        QCOMPARE(filesBelow(target), QStringList{u"user-notes.txt"_s});
+        Run const absent = run({u"uninstall"_s, target});
+        QVERIFY(absent.code == 3 && absent.err.contains(u"does not contain an installation."_s));
+    }
+
+    void imageIsReadInFewPasses()
+    {
+        int const watch = inotify_init1(IN_NONBLOCK);
+        QVERIFY(watch >= 0 && inotify_add_watch(watch, QFile::encodeName(iso_).constData(), IN_OPEN | IN_CLOSE) >= 0);
+        Run const result = run({u"install"_s, u"Orvanis"_s, u"21.0.600"_s, u"--platform"_s, platform,
+                                u"--offline-installer"_s, iso_, u"--installdir"_s, work_.filePath(u"run/target"_s),
+                                u"--pdb-files"_s, u"yes"_s});
+        QCOMPARE(result.code, 0);
+        int opens = 0;
+        // Closes between the opens keep the kernel from merging them into one event.
+        inotify_event events[256];
+        for (ssize_t got; (got = read(watch, events, sizeof events)) > 0;) {
+            for (ssize_t i = 0; i < got / ssize_t(sizeof(inotify_event)); ++i)
+                opens += (events[i].mask & IN_OPEN) ? 1 : 0;
+        }
+        close(watch);
+        // 83 files: asked for out of archive order, most would cost a pass of their own (47 opens).
+        QVERIFY2(opens <= 12, qPrintable(QString::number(opens)));
+    }
+
+    void killedInstallIsCompleted()
+    {
+        // Big enough that the kill lands in the middle of the files.
+        QString const big = work_.filePath(u"big"_s);
+        QVERIFY(QProcess::execute(u"python3"_s, {QStringLiteral(DRAIZU_SAMPLE_GENERATOR), big, u"--files"_s, u"200"_s,
+                                                 u"--size"_s, u"64000000"_s, u"--versions"_s, u"1"_s}) == 0);
+        QString const source = big + u"/sample/data"_s;
+        QString const target = work_.filePath(u"run/target"_s);
+        QProcess installer;
+        installer.setProcessEnvironment(environment());
+        installer.start(QStringLiteral(DRAIZU_INSTALLER), {u"install"_s, u"Orvanis"_s, u"21.0.512"_s, u"--platform"_s,
+                                                          platform, u"--offline-installer"_s, source,
+                                                          u"--installdir"_s, target, u"--json"_s});
+        QTRY_VERIFY(installer.canReadLine() && installer.readLine().contains("\"progress\""));
+        ::kill(pid_t(installer.processId()), SIGKILL);
+        QVERIFY(installer.waitForFinished());
+
+        Run const listed = run({u"list"_s});
+        QVERIFY2(listed.code == 0 && (listed.out.contains(u"NOT READY"_s) || listed.out.contains(u"Nothing"_s)),
+                 qPrintable(listed.out));
+        QCOMPARE(run({u"install"_s, u"Orvanis"_s, u"21.0.512"_s, u"--platform"_s, platform, u"--offline-installer"_s,
+                      source, u"--installdir"_s, target})
+                     .code,
+                 0);
+        QCOMPARE(run({u"verify"_s, target}).code, 0);
+        QVERIFY(run({u"list"_s}).out.contains(u"  ready"_s));
+    }
+
+    void stalledInstallerIsGivenUp()
+    {
+        QString const fifo = work_.filePath(u"run/stalled.iso"_s);
+        QVERIFY(QDir().mkpath(work_.filePath(u"run"_s)) && mkfifo(QFile::encodeName(fifo).constData(), 0600) == 0);
+        Run const result = run({u"available"_s, u"--offline-installer"_s, fifo, u"--scan-timeout"_s, u"1"_s});
+        QCOMPARE(result.code, 1);
+        QVERIFY(result.err.contains(u"its scan made no progress for 1 seconds"_s));
+    }
+
+    void usage_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("unknown option") << QStringList{u"install"_s, u"--bogus"_s} << 2 << u"Unknown options: bogus"_s;
+        QTest::newRow("unknown verb") << QStringList{u"frobnicate"_s} << 2 << u"Invalid verb \"frobnicate\" specified"_s;
+        QTest::newRow("verify needs a directory") << QStringList{u"verify"_s} << 2 << u"Incorrect number of arguments"_s;
+        QTest::newRow("verify of nothing") << QStringList{u"verify"_s, u"/nowhere"_s} << 3
+                                           << u"/nowhere does not contain an installation."_s;
+        QTest::newRow("repair of nothing") << QStringList{u"repair"_s, u"/nowhere"_s} << 1
+                                                   << u"/nowhere does not contain an installation."_s;
+        QTest::newRow("help of a verb") << QStringList{u"uninstall"_s, u"--help"_s} << 0
+                                        << u"--force  Force uninstall and ignore any errors."_s;
+        QTest::newRow("help of a command") << QStringList{u"available"_s, u"--help"_s} << 0
+                                           << u"--offline-installer <path>"_s;
+    }
+    void usage()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, code);
+        QFETCH(QString, message);
+        Run const result = run(arguments);
+        QCOMPARE(result.code, code);
+        QVERIFY2(QString(result.out + result.err).simplified().contains(message.simplified()), qPrintable(result.out + result.err));
+    }
+
+private:
+    QProcessEnvironment environment() const
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"DRAIZU_REPOSITORY"_s, work_.filePath(u"run/repository"_s));
+        environment.insert(u"XDG_DATA_HOME"_s, work_.filePath(u"run/data"_s));
+        environment.insert(u"XDG_CONFIG_HOME"_s, work_.filePath(u"run/config"_s));
+        return environment;
+    }
+
+    Run run(QStringList const & arguments) const
+    {
+        QProcess process;
+        process.setProcessEnvironment(environment());
+        process.start(QStringLiteral(DRAIZU_INSTALLER), arguments);
+        process.closeWriteChannel();
+        if (!process.waitForFinished(60000))
+            return {};
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    QTemporaryDir work_;
+    QString iso_;
+    QString directory_;
+};
+
+QTEST_GUILESS_MAIN(TestInstaller)
+#include "tst_installer.moc"
