@@ -1,21 +1,67 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and plays the sample session of examples/ through the API host
-# on standard input and output: the requests a client sends, then the host's replies.
+# Installs what is missing, builds draizu-installer, writes the sample offline installer, and walks
+# through its life with it: what the installer offers, an install with progress, the list of
+# installations, a verification, a broken file found by the next one, and the uninstall.
+# Everything happens under a temporary directory; nothing outside it is touched.
+# `scripts/demo.sh protocol` plays the request protocol session of examples/ instead.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${DRAIZU_DEMO_BUILD_DIR:-$root/build/demo}
-session=${1:-$root/examples/sample-session.protocol}
 
 "$root/scripts/install-deps.sh"
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DDRAIZU_BUILD_TESTS=OFF -DDRAIZU_BUILD_BENCHMARKS=OFF >/dev/null
 
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DDRAIZU_BUILD_TESTS=OFF -DDRAIZU_BUILD_BENCHMARKS=OFF
-cmake --build "$build" --parallel "$(nproc)" --target draizu-apihost
+if [ "${1:-}" = protocol ]; then
+    cmake --build "$build" --parallel "$(nproc)" --target draizu-apihost
+    session="$root/examples/sample-session.protocol"
+    echo "== Requests ($session) =="
+    cat "$session"
+    echo
+    echo "== Replies of draizu-apihost --stdio =="
+    status=0
+    "$build/tools/apihost/draizu-apihost" --stdio < "$session" || status=$?
+    echo "== The host exited with status $status =="
+    exit "$status"
+fi
 
-echo "== Requests ($session) =="
-cat "$session"
-echo
-echo "== Replies of draizu-apihost --stdio =="
+cmake --build "$build" --parallel "$(nproc)" --target draizu-installer
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# The installer's records, logs and preferences stay in the demo's directory.
+export DRAIZU_REPOSITORY="$work/repository" XDG_DATA_HOME="$work/data" XDG_CONFIG_HOME="$work/config"
+installer="$build/tools/installer/draizu-installer"
+target="$work/Orvanis 21.0.512"
+
+step() { printf '\n== %s ==\n$ draizu-installer %s\n' "$1" "${*:2}"; }
+run() { "$installer" "$@"; }
+
+python3 "$root/scripts/make-sample-installer.py" "$work" --iso >/dev/null
+image="$work/sample.iso"
+
+step "What the offline installer offers" available --offline-installer "$image"
+run available --offline-installer "$image"
+
+step "Install a build" install Orvanis 21.0.512 --platform linux_x86_64_gcc12 --offline-installer "$image" --installdir "$target"
+# Progress every tenth percent; on a terminal the installer draws a live bar instead.
+run install Orvanis 21.0.512 --platform linux_x86_64_gcc12 --offline-installer "$image" --installdir "$target" |
+    awk '!/^\[/ || /^\[[0-9]*0\/100\]/'
+
+step "What is installed" list
+run list
+
+step "Verify the installation" verify "$target"
+run verify "$target" | tail -n 1
+
+printf '\n(breaking a file: bin/file00010.py)\n'
+echo "not the original" > "$target/bin/file00010.py"
+step "Verify again" verify "$target"
 status=0
-"$build/tools/apihost/draizu-apihost" --stdio < "$session" || status=$?
-echo "== The host exited with status $status =="
-exit "$status"
+run verify "$target" > "$work/verify.out" 2>&1 || status=$?
+grep -v '^\[' "$work/verify.out"
+echo "(verify exited with status $status: a file differs from its manifest)"
+
+step "Uninstall" uninstall "$target"
+run uninstall "$target" | tail -n 1
+
+step "What is installed" list
+run list
