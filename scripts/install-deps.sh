@@ -9,6 +9,7 @@ packages=(
     libarchive-dev libssl-dev
     libarchive-tools xorriso zip unzip
     runit procps python3
+    curl openssl
 )
 
 missing=()

@@ -22,8 +22,8 @@ class QNetworkReply;
 /// A run ends with `finished`; a source that fails adds a text to getErrors and the others'
 /// packages are kept. A server cannot make a run unbounded: a document above 16 MiB, a download
 /// that receives nothing for LN_Waits::NetworkStall, and the URLs past the 1000th that one run
-/// would queue each end in an error instead. A document whose "additional_server_urls" is not
-/// an array throws LN_Exception out of the reply's signal.
+/// would queue each end in an error instead, and so does a document whose
+/// "additional_server_urls" is not an array.
 ///
 /// Lives on the thread of its event loop and of the manager, which is not owned and must
 /// outlive the run. One run at a time.
