@@ -105,17 +105,17 @@ private Q_SLOTS:
         // from the stand-in's answers.
         for (QString const & dir : {u"systemd/units"_s, u"systemd/state"_s, u"systemd/run"_s, u"bin"_s})
             QVERIFY(QDir(temp_.path()).mkpath(dir) && setMode(temp_.filePath(dir), 0777));
-        QVERIFY(writeFile(systemd(u"calls"_s), {}, 0666));
+        QVERIFY(writeFile(systemd_(u"calls"_s), {}, 0666));
         QVERIFY(QFile::link(QStringLiteral(SYSTEMCTL_STANDIN), temp_.filePath(u"bin/systemctl"_s)));
-        qputenv("SYSTEMCTL_STANDIN", QFile::encodeName(systemd({})));
+        qputenv("SYSTEMCTL_STANDIN", QFile::encodeName(systemd_({})));
         qputenv("PATH", QFile::encodeName(temp_.filePath(u"bin"_s)) + ':' + qgetenv("PATH"));
-        QVERIFY(writeFile(systemd(u"units/held.service"_s), "ExecStart=/usr/sbin/held\n"));
-        QVERIFY(writeFile(systemd(u"units/doomed.service"_s), "ExecStart=/usr/sbin/doomed\n"));
-        QVERIFY(writeFile(systemd(u"state/held.service.active"_s), "active"));
+        QVERIFY(writeFile(systemd_(u"units/held.service"_s), "ExecStart=/usr/sbin/held\n"));
+        QVERIFY(writeFile(systemd_(u"units/doomed.service"_s), "ExecStart=/usr/sbin/doomed\n"));
+        QVERIFY(writeFile(systemd_(u"state/held.service.active"_s), "active"));
 
         init();
         for (auto const & [name, manner] : prepared)
-            LN_Service::registerService({QString::fromLatin1(name), daemon(QString::fromLatin1(manner)), {}, {}}, {});
+            LN_Service::registerService({QString::fromLatin1(name), daemon_(QString::fromLatin1(manner)), {}, {}}, {});
         // By hand, held down: one that other users cannot enter, one whose script they cannot read.
         for (QString const & name : {u"closed"_s, u"private"_s}) {
             QString const dir = svdir_ + u'/' + name;
@@ -132,7 +132,7 @@ private Q_SLOTS:
         LN_Waits::setForTesting(LN_Waits::ServiceStopPoll, 3000);
         LN_Waits::setForTesting(LN_Waits::ServiceProcessExit, 3000);
         LN_Waits::setForTesting(LN_Waits::ServiceDeletePoll, 10000);
-        useBackend(u"runit"_s);
+        useBackend_(u"runit"_s);
     }
 
     void cleanupTestCase()
@@ -141,7 +141,7 @@ private Q_SLOTS:
         LN_Waits::resetForTesting();
         QList<qint64> daemons;
         for (QString const & name : QDir(svdir_).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
-            daemons.append(readPid(svdir_ + u'/' + name + u"/supervise/pid"_s));
+            daemons.append(readPid_(svdir_ + u'/' + name + u"/supervise/pid"_s));
         QVERIFY(std::count_if(daemons.cbegin(), daemons.cend(), running) > 0);
         QCOMPARE(supervisor_.stop(), QList<qint64>());
         QCOMPARE(std::count_if(daemons.cbegin(), daemons.cend(), running), 0);
@@ -152,7 +152,7 @@ private Q_SLOTS:
     {
         QStringList texts;
         auto const collect = [&texts](LN_Message const & m) { texts.append(m.message); };
-        QString const path = daemon(u"run"_s, u"with blank"_s);
+        QString const path = daemon_(u"run"_s, u"with blank"_s);
         QString const pidFile = svdir_ + u"/life/supervise/pid"_s;
         QStringList const installed{u"Creating service"_s, u"Starting life service"_s, u"Service installed successfully"_s};
 
@@ -160,7 +160,7 @@ private Q_SLOTS:
         QCOMPARE(texts, QStringList{u"Installing life service"_s} + installed);
         QTRY_COMPARE_WITH_TIMEOUT(stateOf(u"life"_s), LN_Service::Running, 8000);
         QCOMPARE(describe(u"query"_s, u"life"_s, {}), u"0 \"%1\"||2|life"_s.arg(path));
-        qint64 const first = readPid(pidFile);
+        qint64 const first = readPid_(pidFile);
         QVERIFY(running(first));
 
         // Registered again, it is replaced: the old process goes, a new one runs as the account.
@@ -169,7 +169,7 @@ private Q_SLOTS:
         QCOMPARE(texts, QStringList({u"Installing life service"_s, u"Service exists. Deleting service"_s,
                                      u"Stopping life service"_s, u"Uninstalling life service"_s}) + installed);
         QTRY_COMPARE_WITH_TIMEOUT(stateOf(u"life"_s), LN_Service::Running, 8000);
-        qint64 const second = readPid(pidFile);
+        qint64 const second = readPid_(pidFile);
         QVERIFY(!running(first) && running(second));
         QCOMPARE(QFileInfo(u"/proc/%1"_s.arg(second)).ownerId(), 65534u);
         QCOMPARE(describe(u"query"_s, u"life"_s, {}), u"0 \"%1\"|nobody|2|life"_s.arg(path));
@@ -249,8 +249,8 @@ private Q_SLOTS:
         QFETCH(State, state);
         QString const dir = svdir_ + u'/' + name;
         if (name == u"doomed"_s) {
-            useBackend(u"systemd"_s);
-            QVERIFY(writeFile(systemd(u"state/doomed.service.active"_s), command.toLatin1(), 0666));
+            useBackend_(u"systemd"_s);
+            QVERIFY(writeFile(systemd_(u"state/doomed.service.active"_s), command.toLatin1(), 0666));
         } else if (command == u"finish"_s) {
             QVERIFY(writeFile(dir + u"/finish"_s, "#!/bin/sh\nexec sleep 60\n"));
         } else if (!command.isEmpty()) {
@@ -258,36 +258,36 @@ private Q_SLOTS:
             QCOMPARE(QProcess::execute(u"sv"_s, {command, dir}), 0);
         }
         QTRY_COMPARE_WITH_TIMEOUT(stateOf(name), state, 8000);
-        QFile::remove(systemd(u"state/doomed.service.active"_s));
+        QFile::remove(systemd_(u"state/doomed.service.active"_s));
     }
 
     // The unit file's bytes and the exact conversation with systemctl, installing and removing.
     void systemdUnit()
     {
-        useBackend(u"systemd"_s);
-        takeCalls();
+        useBackend_(u"systemd"_s);
+        takeCalls_();
         QStringList texts;
         auto const collect = [&texts](LN_Message const & m) { texts.append(m.message); };
         QString const show = u"show -p LoadState,ActiveState,MainPID,ExecStart,User,UnitFileState,Description oserver.service"_s;
 
         LN_Service::registerService({u"oserver"_s, u"/opt/orvanis server/bin/oserver%1$"_s, u"nobody"_s, u"secret"_s}, {});
-        QFile unit(systemd(u"units/oserver.service"_s));
+        QFile unit(systemd_(u"units/oserver.service"_s));
         QVERIFY(unit.open(QIODevice::ReadOnly));
         QCOMPARE(unit.readAll(), QByteArray("[Unit]\nDescription=oserver\n\n[Service]\n"
                                             "ExecStart=\"/opt/orvanis server/bin/oserver%%1$$\"\nUser=nobody\n\n"
                                             "[Install]\nWantedBy=multi-user.target\n"));
-        QCOMPARE(takeCalls(), QStringList({show, u"daemon-reload"_s, u"enable oserver.service"_s, show,
+        QCOMPARE(takeCalls_(), QStringList({show, u"daemon-reload"_s, u"enable oserver.service"_s, show,
                                            u"--no-block start oserver.service"_s, show}));
         QCOMPARE(describe(u"query"_s, u"oserver"_s, {}), u"0 /opt/orvanis server/bin/oserver%1$|nobody|2|oserver"_s);
-        takeCalls();
+        takeCalls_();
 
         // systemd goes away with the reload that follows the deletion.
-        QVERIFY(writeFile(systemd(u"vanish"_s), {}));
+        QVERIFY(writeFile(systemd_(u"vanish"_s), {}));
         LN_Service::uninstallService(u"oserver"_s, collect);
-        QVERIFY(QFile::remove(systemd(u"vanish"_s)) && QDir(temp_.path()).mkpath(u"systemd/run"_s));
+        QVERIFY(QFile::remove(systemd_(u"vanish"_s)) && QDir(temp_.path()).mkpath(u"systemd/run"_s));
         QCOMPARE(texts, QStringList({u"Stopping oserver service"_s, u"Uninstalling oserver service"_s,
                                      u"Service failed to delete: oserver"_s}));
-        QCOMPARE(takeCalls(), QStringList({show, u"disable oserver.service"_s, show, show,
+        QCOMPARE(takeCalls_(), QStringList({show, u"disable oserver.service"_s, show, show,
                                            u"--no-block stop oserver.service"_s, show, show, u"daemon-reload"_s}));
         QVERIFY(!unit.exists());
     }
@@ -352,7 +352,7 @@ private Q_SLOTS:
         QFETCH(QString, call);
         QFETCH(QString, expected);
 
-        useBackend(where.section(u'/', 0, 0));
+        useBackend_(where.section(u'/', 0, 0));
         QStringList const parts{call.section(u' ', 0, 0), call.section(u' ', 1, 1), call.section(u' ', 2)};
         if (!where.contains(u"nobody"_s)) {
             QCOMPARE(describe(parts[0], parts[1], parts[2]), expected);
@@ -370,7 +370,7 @@ private Q_SLOTS:
 
 private:
     // The test daemon under the name of its manner, in a directory of such names.
-    QString daemon(QString const & manner, QString const & directory = u"daemons"_s)
+    QString daemon_(QString const & manner, QString const & directory = u"daemons"_s)
     {
         QString const path = temp_.filePath(directory + u'/' + manner);
         QDir(temp_.path()).mkpath(directory);
@@ -378,17 +378,17 @@ private:
         return path;
     }
 
-    QString systemd(QString const & path) const { return temp_.filePath(u"systemd/"_s + path); }
+    QString systemd_(QString const & path) const { return temp_.filePath(u"systemd/"_s + path); }
 
-    static qint64 readPid(QString const & path)
+    static qint64 readPid_(QString const & path)
     {
         QFile file(path);
         return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed().toLongLong() : 0;
     }
 
-    QStringList takeCalls()
+    QStringList takeCalls_()
     {
-        QFile file(systemd(u"calls"_s));
+        QFile file(systemd_(u"calls"_s));
         QStringList const lines = file.open(QIODevice::ReadWrite) ? QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts)
                                                                   : QStringList();
         file.resize(0);
@@ -396,10 +396,10 @@ private:
     }
 
     // systemd is chosen whenever its runtime directory exists, runit when $SVDIR is supervised.
-    void useBackend(QString const & backend)
+    void useBackend_(QString const & backend)
     {
-        systemdRuntime_ = systemd(backend == u"systemd"_s ? u"run"_s : u"absent"_s);
-        LN_Service::setSystemdDirsForTesting(systemdRuntime_, systemd(u"units"_s));
+        systemdRuntime_ = systemd_(backend == u"systemd"_s ? u"run"_s : u"absent"_s);
+        LN_Service::setSystemdDirsForTesting(systemdRuntime_, systemd_(u"units"_s));
         if (backend == u"none"_s)
             qunsetenv("SVDIR");
         else
