@@ -41,8 +41,11 @@ QString channelOf(LN_AvailableInfo const & build)
 // Failures of the command line and of finding what it names, by their exit status.
 ExitCode exitCodeOf(LN_ErrorStruct const & error)
 {
-    if (error.code.category() == LN_InstallerOptionsParseErrorCategory())
-        return error.code == LN_InstallerOptionsParseError::InvalidOptions ? Exit_NotFound : Exit_Usage;
+    if (error.code.category() == LN_InstallerOptionsParseErrorCategory()) {
+        bool const notFound = error.code == LN_InstallerOptionsParseError::InvalidOptions
+                              || error.message.endsWith(u" does not contain an installation."_s);
+        return notFound ? Exit_NotFound : Exit_Usage;
+    }
     if (error.code.category() == LN_AvailableInfoErrorCategory())
         return Exit_NotFound;
     return Exit_Failure;

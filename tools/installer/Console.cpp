@@ -45,19 +45,20 @@ void Console::openLog(QString const & path)
 
 void Console::report(LN_Message const & message)
 {
-    log_->write(message);
-    if (message.type == LN_Message::Internal)
-        return;
     if (message.type == LN_Message::Progress && message.total > 0) {
         if (message.total != lastTotal_) {
             lastTotal_ = message.total;
             nextPercentAt_ = 0;
         }
-        // One report per percent at most, whoever reads it.
+        // One report per percent at most, whoever reads it, the log included: an install of
+        // many small files would otherwise spend its time reporting.
         if (message.current < nextPercentAt_ && message.current != message.total)
             return;
         nextPercentAt_ = (message.current * 100 / message.total + 1) * message.total / 100;
     }
+    log_->write(message);
+    if (message.type == LN_Message::Internal)
+        return;
     if (json_) {
         QJsonObject object{{u"type"_s, typeName(message.type)}, {u"message"_s, message.message}};
         if (message.type == LN_Message::Progress) {

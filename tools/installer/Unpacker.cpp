@@ -4,6 +4,7 @@
 #include "InstallPaths.h"
 #include "Sha256.h"
 
+#include <draizu/io/LN_DiskFile.h>
 #include <draizu/io/LN_FileOpener.h>
 #include <draizu/options/LN_InstallerOptions.h>
 #include <draizu/records/LN_InstallMetadata.h>
@@ -13,6 +14,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <memory>
 
 #include <cerrno>
 #include <cstdio>
@@ -85,12 +87,12 @@ void Unpacker::install(LN_InstallerOptions const & options, LN_AvailableInfo con
     if (targetKind != 0 && targetKind != S_IFDIR)
         throw CommandError(Exit_Failure, u"%1 is not a directory"_s.arg(target_));
 
-    QHash<QString, QList<LN_FileMetadata>> const manifests = readManifests_(options, build);
+    QHash<QString, QList<LN_FileMetadata>> manifests = readManifests_(options, build);
     LN_ComponentMetadata const interrupted = repository.get(target_);
     QSet<QString> owned;
     for (LN_FileMetadata const & file : interrupted.allFiles())
         owned.insert(file.path);
-    QList<LN_FileMetadata> const files = plan_(manifests, owned);
+    QList<LN_FileMetadata> files = plan_(manifests, owned);
 
     if (recorded) {
         LN_ComponentMetadata record = recordOf(options, build);
@@ -114,6 +116,12 @@ void Unpacker::install(LN_InstallerOptions const & options, LN_AvailableInfo con
         }
         throw;
     }
+    // The commit reads every manifest back to check it: the lists of this run go first, which
+    // halves the peak memory of a large installation.
+    manifests = {};
+    files = {};
+    firstCopies_ = {};
+    archiveOrder_ = {};
     if (recorded) {
         repository.installations[target_].ready = true;
         repository.saveFinal();
@@ -202,14 +210,13 @@ void Unpacker::writeAll_(QList<LN_FileMetadata> const & files)
     report_(LN_Message::progress(total, total, u"Installed %1 files"_s.arg(files.size())));
 }
 
+// A content named by several files is read from the installer once: the archive only reads
+// forward, and asking for an entry again would cost a pass. The others copy the first, checked
+// all the same.
 void Unpacker::writeFile_(LN_FileMetadata const & file, qint64 & done, qint64 total)
 {
     qsizetype const slash = file.path.lastIndexOf(u'/');
     makeDirectories_(slash < 0 ? QString() : file.path.left(slash));
-    LN_FileOpener::TypedResult<LN_IODevice> source = opener_.openFile(file.source);
-    if (source.isError())
-        throw CommandError(Exit_NotFound, u"%1 cannot be read from the offline installer: %2"_s.arg(file.source,
-                                                                                                 source.message));
     QString const path = InstallPaths::join(target_, file.path);
     QString const partial = QFileInfo(path).dir().filePath(u'.' + QFileInfo(path).fileName() + u".draizu-part"_s);
     QFile out(partial);
@@ -217,13 +224,28 @@ void Unpacker::writeFile_(LN_FileMetadata const & file, qint64 & done, qint64 to
     if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
         throw CommandError(Exit_Failure, u"Cannot write %1: %2"_s.arg(partial, out.errorString()));
 
+    std::unique_ptr<LN_IODevice> source;
+    QString const firstCopy = firstCopies_.value(file.source);
+    if (firstCopy.isEmpty()) {
+        LN_FileOpener::TypedResult<LN_IODevice> opened = opener_.openFile(file.source);
+        if (opened.isError())
+            throw CommandError(Exit_NotFound, u"%1 cannot be read from the offline installer: %2"_s.arg(
+                                                  file.source, opened.message));
+        source = std::move(opened.device);
+    } else {
+        source = std::make_unique<LN_DiskFile>(firstCopy);
+        std::error_code ec;
+        QString message;
+        if (!source->open(ec, message))
+            throw CommandError(Exit_Failure, u"Reading %1 failed: %2"_s.arg(firstCopy, message));
+    }
     if (buffer_.isEmpty())
         buffer_.resize(bufferSize);
     Sha256 hash;
     qint64 size = 0;
     std::error_code ec;
     QString message;
-    for (qint64 read; (read = source.device->read(buffer_.data(), bufferSize, ec, message)) != 0;) {
+    for (qint64 read; (read = source->read(buffer_.data(), bufferSize, ec, message)) != 0;) {
         if (read < 0)
             throw CommandError(Exit_Failure, u"Reading %1 failed: %2"_s.arg(file.source, message));
         hash.addData(buffer_.constData(), read);
@@ -245,6 +267,8 @@ void Unpacker::writeFile_(LN_FileMetadata const & file, qint64 & done, qint64 to
     if (std::rename(QFile::encodeName(partial).constData(), QFile::encodeName(path).constData()) != 0)
         throw CommandError(Exit_Failure, u"Cannot move %1 into place: %2"_s.arg(path, systemError()));
     written_.last() = path;
+    if (firstCopy.isEmpty())
+        firstCopies_.insert(file.source, path);
 }
 
 void Unpacker::makeDirectories_(QString const & relativeDirectory)

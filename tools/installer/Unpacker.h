@@ -55,5 +55,6 @@ private:
     QStringList written_;
     QStringList createdDirectories_;
     QSet<QString> knownDirectories_;
+    QHash<QString, QString> firstCopies_;
     QByteArray buffer_;
 };
