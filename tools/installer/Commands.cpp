@@ -191,9 +191,7 @@ int uninstall(Context & context, LN_InstallerOptions const & options)
                                   {{u"directory"_s, directory}, {u"files"_s, files.size()}});
 }
 
-} // namespace
-
-int Commands::list(Context & context)
+int list(Context & context)
 {
     QList<LN_ComponentMetadata> records = context.repository.getAll();
     std::ranges::sort(records, {}, &LN_ComponentMetadata::installDir);
@@ -217,7 +215,7 @@ int Commands::list(Context & context)
     return context.console.finish(u"list"_s, Exit_Success, {}, {{u"installations"_s, installations}});
 }
 
-int Commands::available(Context & context, QString const & offlineInstaller)
+int available(Context & context, QString const & offlineInstaller)
 {
     scanOfflineInstaller(context, offlineInstaller);
     LN_FileOpener opener(&context.network, LN_InstallerOptions());
@@ -241,7 +239,7 @@ int Commands::available(Context & context, QString const & offlineInstaller)
     return context.console.finish(u"available"_s, Exit_Success, {}, {{u"builds"_s, list}});
 }
 
-int Commands::verify(Context & context, QString const & directory)
+int verify(Context & context, QString const & directory)
 {
     QString const canonical = LN_InstallerOptions::canonicalInstallPath(directory);
     LN_ComponentMetadata const record = context.repository.get(canonical);
@@ -279,6 +277,39 @@ int Commands::verify(Context & context, QString const & directory)
         QString::number(extra.size()));
     return context.console.finish(u"verify"_s, intact ? Exit_Success : Exit_ChecksumMismatch, summary,
                                   {{u"missing"_s, missing}, {u"changed"_s, changed}, {u"extra"_s, extra}});
+}
+
+// Throws the usage error unless the command got that many arguments.
+void expectArguments(QStringList const & arguments, qsizetype count)
+{
+    if (arguments.size() != count)
+        throw CommandError(Exit_Usage, u"Incorrect number of arguments"_s);
+}
+
+} // namespace
+
+QList<OwnCommand> Commands::ownCommands()
+{
+    QCommandLineOption const offlineInstaller(u"offline-installer"_s, u"The location of an offline installer file"_s,
+                                              u"path"_s);
+    return {
+        {u"list"_s, u"list"_s, u"The installations in the repository"_s, {},
+         [](Context & context, QCommandLineParser const &, QStringList const & arguments) {
+             expectArguments(arguments, 0);
+             return list(context);
+         }},
+        {u"available"_s, u"available"_s, u"The builds of an offline installer, or of the site without one"_s,
+         {offlineInstaller},
+         [](Context & context, QCommandLineParser const & parser, QStringList const & arguments) {
+             expectArguments(arguments, 0);
+             return available(context, parser.value(u"offline-installer"_s));
+         }},
+        {u"verify"_s, u"verify DIR"_s, u"Check every recorded file of an installation"_s, {},
+         [](Context & context, QCommandLineParser const &, QStringList const & arguments) {
+             expectArguments(arguments, 1);
+             return verify(context, arguments.at(0));
+         }},
+    };
 }
 
 int Commands::operations(Context & context, QCommandLineParser const & parser)

@@ -2,7 +2,12 @@
 
 #include "Console.h"
 
+#include <QCommandLineOption>
+#include <QList>
 #include <QString>
+#include <QStringList>
+
+#include <functional>
 
 class LN_InstallMetadata;
 class QCommandLineParser;
@@ -19,15 +24,23 @@ struct Context
     int scanStallSeconds = 60;
 };
 
+/// A command of the installer's own (not a verb of the library's command line).
+struct OwnCommand
+{
+    QString name;
+    QString syntax;      ///< for the help, as "verify DIR"
+    QString description; ///< for the help
+    QList<QCommandLineOption> options;
+    /// Runs with the positional arguments after the name; returns the exit status and throws
+    /// CommandError or LN_Exception.
+    std::function<int(Context &, QCommandLineParser const &, QStringList const &)> run;
+};
+
 /// The commands; each returns its exit status and throws CommandError or LN_Exception.
 namespace Commands {
 
-/// The installations in the repository.
-int list(Context & context);
-/// The builds of an offline installer, or of the site when none is given.
-int available(Context & context, QString const & offlineInstaller);
-/// Every recorded file of the installation against its manifest: missing, changed, extra.
-int verify(Context & context, QString const & directory);
+/// The installer's own commands, in the order of the help.
+QList<OwnCommand> ownCommands();
 /// The operations of a verb of the library's command line (install, extract, uninstall).
 int operations(Context & context, QCommandLineParser const & parser);
 

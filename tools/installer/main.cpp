@@ -23,10 +23,16 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QString const description = u"Installs the products of the Orvanis family from an offline installer or the site.\n\n"
-                            u"Verbs: install, extract, uninstall (modify and repair are not available yet).\n"
-                            u"Commands: list, available, verify DIR.\n"
-                            u"Give --help after a verb or command for its options."_s;
+QString description()
+{
+    QStringList commands;
+    for (OwnCommand const & command : Commands::ownCommands())
+        commands << command.syntax;
+    return u"Installs the products of the Orvanis family from an offline installer or the site.\n\n"
+           u"Verbs: install, extract, uninstall (modify and repair are not available yet).\n"
+           u"Commands: %1.\n"
+           u"Give --help after a verb or command for its options."_s.arg(commands.join(u", "_s));
+}
 
 // Where the installer keeps its records and logs unless told otherwise.
 QString dataDirectory()
@@ -45,7 +51,7 @@ QString optionOrEnvironment(QCommandLineParser const & parser, QString const & o
 
 void addGlobalOptions(QCommandLineParser & parser)
 {
-    parser.setApplicationDescription(description);
+    parser.setApplicationDescription(description());
     parser.addHelpOption();
     parser.addOptions({
         {u"json"_s, u"Write one JSON object per line: progress, messages, and the result last."_s},
@@ -61,28 +67,19 @@ void addGlobalOptions(QCommandLineParser & parser)
     });
 }
 
-// The installer's own commands take one positional argument at most.
-int runOwnCommand(Context & context, QCommandLineParser & parser, QStringList const & arguments, QString const & command)
+int runOwnCommand(Context & context, QCommandLineParser & parser, QStringList const & arguments,
+                  OwnCommand const & command)
 {
     parser.clearPositionalArguments();
-    if (command == u"verify"_s)
-        parser.addPositionalArgument(u"verify"_s, u"Check every recorded file of an installation"_s, u"verify DIR"_s);
-    else if (command == u"available"_s)
-        parser.addOption({u"offline-installer"_s, u"The location of an offline installer file"_s, u"path"_s});
+    parser.addPositionalArgument(command.name, command.description, command.syntax);
+    parser.addOptions(command.options);
     if (!parser.parse(arguments))
         throw CommandError(Exit_Usage, parser.errorText());
     if (parser.isSet(u"help"_s)) {
         std::fputs(qPrintable(parser.helpText()), stdout);
         return Exit_Success;
     }
-    QStringList const positional = parser.positionalArguments();
-    if (positional.size() != (command == u"verify"_s ? 2 : 1))
-        throw CommandError(Exit_Usage, u"Incorrect number of arguments"_s);
-    if (command == u"list"_s)
-        return Commands::list(context);
-    if (command == u"available"_s)
-        return Commands::available(context, parser.value(u"offline-installer"_s));
-    return Commands::verify(context, positional.at(1));
+    return command.run(context, parser, parser.positionalArguments().mid(1));
 }
 
 int run(QStringList const & arguments, Console & output, QString & command)
@@ -110,8 +107,10 @@ int run(QStringList const & arguments, Console & output, QString & command)
                     stallOk && stallSeconds > 0 ? stallSeconds : 60};
     QDir().mkpath(context.logDirectory);
 
-    if (command == u"list"_s || command == u"available"_s || command == u"verify"_s)
-        return runOwnCommand(context, parser, arguments, command);
+    for (OwnCommand const & own : Commands::ownCommands()) {
+        if (own.name == command)
+            return runOwnCommand(context, parser, arguments, own);
+    }
 
     LN_InstallerOptions::addOptions(parser, arguments, repository);
     if (parser.isSet(u"help"_s)) {
