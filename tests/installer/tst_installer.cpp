@@ -1,6 +1,10 @@
 // draizu-installer driven end to end, as a user or a launcher runs it, on the sample offline
 // installer in both its forms.
 
+#include "support/OfflineInstaller.h"
+#include "support/TestHttpServer.h"
+
+#include <QCryptographicHash>
 #include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -234,6 +238,64 @@ private Q_SLOTS:
         Run const result = run({u"available"_s, u"--offline-installer"_s, fifo, u"--scan-timeout"_s, u"1"_s});
         QCOMPARE(result.code, 1);
         QVERIFY(result.err.contains(u"its scan made no progress for 1 seconds"_s));
+    }
+
+    void packages_data()
+    {
+        QTest::addColumn<QStringList>("arguments"); // %S the package site
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("installed");     // as `packages installed` lists them afterwards
+        QTest::newRow("from the image") << QStringList{u"sample-tools"_s, u"--offline-installer"_s, iso_} << 0
+                                        << u"sample-tools 1.0"_s;
+        QTest::newRow("from the directory") << QStringList{u"sample-tools"_s, u"--offline-installer"_s, directory_}
+                                            << 0 << u"sample-tools 1.0"_s;
+        QTest::newRow("with what it requires") << QStringList{u"a"_s, u"--source"_s, u"%S"_s} << 0 << u"a 2.0\nb 1.0"_s;
+        QTest::newRow("checksum mismatch") << QStringList{u"bad"_s, u"--source"_s, u"%S"_s} << 4 << QString();
+        QTest::newRow("requirement nobody offers") << QStringList{u"orphan"_s, u"--source"_s, u"%S"_s} << 3 << QString();
+    }
+    void packages()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, code);
+        QFETCH(QString, installed);
+        if (QString const missing = OfflineInstaller::missingTools({u"zip"_s}); !missing.isEmpty())
+            QSKIP(qPrintable(missing));
+        TestHttpServer site;
+        QVERIFY(site.listen());
+        QJsonArray offered;
+        auto offer = [&](QString const & name, QString const & version, QStringList const & needs, bool tamper) {
+            QString const zip = work_.filePath(u"run/%1.zip"_s.arg(name));
+            QVERIFY(OfflineInstaller::make(zip, {{name + u".json"_s, QJsonDocument(QJsonObject{{u"version"_s, version}}).toJson()},
+                                                 {name + u'/', {}}, {name + u"/x.txt"_s, name.toUtf8()}}));
+            QFile file(zip);
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            QByteArray const bytes = file.readAll();
+            QByteArray const digest = QCryptographicHash::hash(tamper ? "other" : bytes, QCryptographicHash::Sha256);
+            site.on(u"/%1.zip"_s.arg(name), TestHttpServer::Response::ok(bytes, "application/zip"));
+            offered.append(QJsonObject{{u"name"_s, name}, {u"version"_s, version}, {u"url"_s, site.url(u"/%1.zip"_s.arg(name)).toString()},
+                                       {u"file_size"_s, bytes.size()}, {u"checksum"_s, QString::fromLatin1("SHA-256=" + digest.toBase64())},
+                                       {u"requires"_s, QJsonArray::fromStringList(needs)}});
+        };
+        offer(u"a"_s, u"2.0"_s, {u"b"_s}, false);
+        offer(u"b"_s, u"1.0"_s, {}, false);
+        offer(u"bad"_s, u"1.0"_s, {}, true);
+        offer(u"orphan"_s, u"1.0"_s, {u"nowhere"_s}, false);
+        site.on(u"/packages.json"_s, TestHttpServer::Response::ok(QJsonDocument(QJsonObject{{u"packages"_s, offered}}).toJson()));
+
+        QString const target = work_.filePath(u"run/packages"_s);
+        arguments.replaceInStrings(u"%S"_s, site.url(u"/packages.json"_s).toString());
+        // The site answers from this process: the installer runs while the event loop turns.
+        QProcess installer;
+        installer.setProcessEnvironment(environment());
+        installer.start(QStringLiteral(DRAIZU_INSTALLER),
+                        QStringList{u"packages"_s, u"install"_s} + arguments + QStringList{u"--target"_s, target});
+        QTRY_VERIFY_WITH_TIMEOUT(installer.state() == QProcess::NotRunning, 60000);
+        QVERIFY2(installer.exitCode() == code, installer.readAllStandardError().constData());
+        QCOMPARE(run({u"packages"_s, u"installed"_s, u"--target"_s, target}).out.trimmed(), installed);
+        if (code == 0) {
+            QCOMPARE(run({u"packages"_s, u"remove"_s, arguments.at(0), u"--target"_s, target}).code, 0);
+            QVERIFY(!run({u"packages"_s, u"installed"_s, u"--target"_s, target}).out.contains(arguments.at(0) + u' '));
+        }
     }
 
     void usage_data()

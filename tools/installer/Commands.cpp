@@ -3,6 +3,7 @@
 #include "ArchiveScan.h"
 #include "CommandError.h"
 #include "InstallPaths.h"
+#include "PackageCommands.h"
 #include "Unpacker.h"
 
 #include <draizu/catalogue/LN_AvailableInfo.h>
@@ -309,6 +310,7 @@ QList<OwnCommand> Commands::ownCommands()
              expectArguments(arguments, 1);
              return verify(context, arguments.at(0));
          }},
+        PackageCommands::command(),
     };
 }
 
