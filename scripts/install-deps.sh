@@ -1,15 +1,17 @@
 #!/usr/bin/env bash
-# Installs every Debian 12 package that the build, the tests, the benchmarks and the demo need.
+# Installs every Debian 12 package that the build, the tests, the benchmarks and the demo need,
+# and the packages named as arguments (scripts/build-debs.sh adds its packaging tools that way).
 # Idempotent: packages already present are left alone, and apt is not called at all then.
 set -euo pipefail
 
 packages=(
-    build-essential cmake ninja-build pkg-config
+    build-essential cmake ninja-build pkg-config scdoc
     qt6-base-dev qt6-base-dev-tools
     libarchive-dev libssl-dev
     libarchive-tools xorriso zip unzip
     runit procps python3
     curl openssl
+    "$@"
 )
 
 missing=()
