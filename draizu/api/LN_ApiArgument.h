@@ -20,6 +20,7 @@
 template <typename T>
 struct LN_ApiArgument;
 
+/// An argument taken as the JSON value itself.
 template <>
 struct LN_ApiArgument<QJsonValue>
 {
@@ -27,6 +28,7 @@ struct LN_ApiArgument<QJsonValue>
     static QJsonValue from(QJsonValue const & value) { return value; }
 };
 
+/// An argument that must be a JSON string.
 template <>
 struct LN_ApiArgument<QString>
 {
@@ -39,6 +41,7 @@ struct LN_ApiArgument<QString>
     }
 };
 
+/// An argument that must be a JSON boolean.
 template <>
 struct LN_ApiArgument<bool>
 {
@@ -51,6 +54,7 @@ struct LN_ApiArgument<bool>
     }
 };
 
+/// An argument that must be a whole JSON number within the integer type's range.
 template <std::integral T>
     requires(!std::same_as<T, bool>)
 struct LN_ApiArgument<T>
@@ -70,6 +74,7 @@ struct LN_ApiArgument<T>
     }
 };
 
+/// An argument that must be a JSON number.
 template <std::floating_point T>
 struct LN_ApiArgument<T>
 {
@@ -82,6 +87,7 @@ struct LN_ApiArgument<T>
     }
 };
 
+/// An argument that must be a JSON object.
 template <>
 struct LN_ApiArgument<QJsonObject>
 {
@@ -94,6 +100,7 @@ struct LN_ApiArgument<QJsonObject>
     }
 };
 
+/// An argument that must be a JSON array.
 template <>
 struct LN_ApiArgument<QJsonArray>
 {
@@ -106,6 +113,7 @@ struct LN_ApiArgument<QJsonArray>
     }
 };
 
+/// An argument that must be a JSON array of strings.
 template <>
 struct LN_ApiArgument<QStringList>
 {

@@ -75,6 +75,8 @@ private:
     std::unique_ptr<Invoker> invoker_;
 };
 
+/// Calls a function taking Args after converting each argument with LN_ApiArgument; an
+/// argument that does not convert raises LN_ApiHandlerValueException before the call.
 template <typename... Args>
 class LN_ApiHandler::TypedInvoker final : public LN_ApiHandler::Invoker
 {

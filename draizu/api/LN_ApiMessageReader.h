@@ -22,6 +22,7 @@ namespace LN_ApiMessageReader {
 /// line, so a line that arrives in many pieces costs one pass over it, not one per piece.
 struct Buffer
 {
+    /// The bytes received and not yet taken as messages.
     QByteArray bytes;
     /// No CR LF starts before this offset of `bytes`.
     qsizetype searched = 0;
@@ -30,12 +31,17 @@ struct Buffer
 /// One client message as read from the wire.
 struct Message
 {
+    /// The protocol version of the header's first word.
     LN_ApiRequest::ProtocolVersion protocol = LN_ApiRequest::Protocol_V1;
+    /// The value of `tag=`; empty when the header has none.
     QString tag;
+    /// The value of `cmd=`; empty when the header has none.
     QString cmd;
+    /// The body of `content-length` bytes, with the header's `content-type`.
     LN_ApiRequest::Body body;
 };
 
+/// What takeMessage found at the front of the buffer.
 enum class Outcome {
     NeedMore,  ///< no whole header line yet
     BadHeader, ///< a header line without words; the buffer is left as it was

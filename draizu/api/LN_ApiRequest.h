@@ -48,7 +48,9 @@ public:
     /// A message body: its MIME type and its text.
     struct Body
     {
+        /// The MIME type, such as "text/plain"; empty when the message named none.
         QString contentType;
+        /// The text of the body.
         QString content;
     };
 

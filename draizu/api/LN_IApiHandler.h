@@ -21,6 +21,7 @@ public:
     /// One declared parameter: its name in named arguments and its default.
     struct Param
     {
+        /// The name that named arguments use.
         QString name;
         /// The value when the argument is not given; an invalid QVariant means none.
         QVariant defaultValue;
@@ -57,6 +58,8 @@ protected:
     /// A function with a name and parameters, kept as given.
     LN_IApiHandler(QString const & name, QList<Param> const & params);
 
+    /// The name that name() returns.
     QString name_;
+    /// The parameters that params() returns.
     QList<Param> params_;
 };

@@ -57,6 +57,7 @@ public:
             return qHash(key.platform.toString(), 0) ^ qHash(key.buildType, 0) ^ qHash(key.version, 0) ^ seed;
         }
     };
+    /// The records, one per build.
     using Table = QHash<BuildIdentifier, LN_InfoUpdate>;
 
     /// Idle, with no records.

@@ -82,8 +82,12 @@ DRAIZU_EXPORT std::error_code make_error_code(LN_InstallerOptionsParseError e);
 /// The code in LN_InstallerOptionsDeserializeErrorCategory.
 DRAIZU_EXPORT std::error_code make_error_code(LN_InstallerOptionsDeserializeError e);
 
+// The enumerations convert to std::error_code implicitly. Hidden from the API reference, whose
+// parser cannot place a specialisation of std outside its namespace.
+/// \cond
 template <> struct std::is_error_code_enum<LN_ServiceError> : std::true_type {};
 template <> struct std::is_error_code_enum<LN_FileError> : std::true_type {};
 template <> struct std::is_error_code_enum<LN_AvailableInfoError> : std::true_type {};
 template <> struct std::is_error_code_enum<LN_InstallerOptionsParseError> : std::true_type {};
 template <> struct std::is_error_code_enum<LN_InstallerOptionsDeserializeError> : std::true_type {};
+/// \endcond

@@ -8,6 +8,7 @@
 class DRAIZU_EXPORT LN_Waits
 {
 public:
+    /// The waits, each with its default in milliseconds.
     enum Wait {
         RequestIdle,          ///< 300000: an unanswered request that has reported, then gone silent
         ProgressInterval,     ///< 100: at most one PROGRESS per request this often

@@ -33,8 +33,9 @@ public:
 
         /// True exactly when the run Finished with exit code 0.
         bool isSuccess() const;
-        /// A sentence for the user naming the command line and holding the output ("<command>
-        /// returned 3.\n<output>", "Could not run <command>: ..."); "No error" for a success.
+        /// A sentence for the user naming the command line, with the output ("COMMAND returned
+        /// 3." and the output on the next lines, "Could not run COMMAND: OUTPUT"); "No error"
+        /// for a success.
         QString errorString() const;
     };
 

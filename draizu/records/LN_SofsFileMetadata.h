@@ -14,7 +14,7 @@ struct LN_AvailableFeature;
 /// One file of a feature's shared optional file set (SOFS): which files belong to the set and
 /// whether each one is required.
 ///
-/// Its manifest is either {} or {"files": {"<path>": {"required": <bool>}, ...}}. A plain
+/// Its manifest is either {} or `{"files": {"<path>": {"required": <bool>}, ...}}`. A plain
 /// value. A manifest of the wrong shape throws LN_Exception; a malformed entry is a returned
 /// failure in LN_AvailableInfoErrorCategory.
 struct DRAIZU_EXPORT LN_SofsFileMetadata
