@@ -69,7 +69,7 @@ QHash<QString, qsizetype> scanOfflineInstaller(Context & context, QString const 
 }
 
 // Preferences fill what the command line left open; then the fixed defaults.
-void applyDefaults(LN_InstallerOptions & options, QCommandLineParser const & parser, Context const & context,
+void applyDefaults(LN_InstallerOptions & options, QStringList const & given, Context const & context,
                    LN_AvailableInfo const & build)
 {
     std::unique_ptr<LN_Preferences> const preferences = context.preferencesPath.isEmpty()
@@ -83,7 +83,7 @@ void applyDefaults(LN_InstallerOptions & options, QCommandLineParser const & par
         options.otherOptions.insert(it.key(), options.otherOptions.value(it.key(), it.value()));
     for (LN_InstallOption const & row : orvanisInstallOptions) {
         QString const name = QString::fromUtf8(row.name);
-        if (preferred.features.contains(name) && !parser.optionNames().contains(QString::fromUtf8(row.optionId)))
+        if (preferred.features.contains(name) && !given.contains(QString::fromUtf8(row.optionId)))
             options.features.insert(name, preferred.features.value(name));
     }
     options.setDefaultValues();
@@ -112,7 +112,7 @@ bool isUpToDate(LN_InstallMetadata const & repository, LN_InstallerOptions const
     });
 }
 
-int install(Context & context, QCommandLineParser const & parser, LN_InstallerOptions options,
+int install(Context & context, QStringList const & given, LN_InstallerOptions options,
             QHash<QString, qsizetype> const & order)
 {
     QString const command = options.verbString();
@@ -124,39 +124,83 @@ int install(Context & context, QCommandLineParser const & parser, LN_InstallerOp
     LN_FileOpener opener(&context.network, options);
     LN_AvailableInfo const build = findBuild(opener, options);
     if (options.verb == LN_InstallerOptions::Install || options.verb == LN_InstallerOptions::Extract)
-        applyDefaults(options, parser, context, build);
+        applyDefaults(options, given, context, build);
     context.console.openLog(QDir(context.logDirectory).filePath(options.defaultLogFileName()));
     context.console.report(LN_Message::info(u"Installing %1 %2 into %3"_s.arg(
         QString::fromLatin1(productName(options.product)), build.version.toString(), options.installDir())));
 
-    Unpacker unpacker(opener, order, [&](LN_Message const & message) { context.console.report(message); });
-    unpacker.install(options, build, context.repository, options.verb != LN_InstallerOptions::Extract);
+    Unpacker unpacker(opener, order, [&](LN_Message const & message) { context.console.report(message); },
+                      context.cancelled);
+    unpacker.apply(options, build, context.repository,
+                   options.verb == LN_InstallerOptions::Extract ? Unpacker::Extract : Unpacker::Install);
     return context.console.finish(command, Exit_Success, u"%1 %2 is installed in %3"_s.arg(
                                                              QString::fromLatin1(productName(options.product)),
                                                              build.version.toString(), options.installDir()),
                                   {{u"directory"_s, options.installDir()}, {u"version"_s, build.version.toString()}});
 }
 
-// The install becomes a modify where an installation is recorded already. One that never
-// finished is installed again in its place; changing a finished one is not offered yet.
-int modify(Context & context, QCommandLineParser const & parser, LN_InstallerOptions options,
-           QHash<QString, qsizetype> const & order)
+QString countsOf(Unpacker::Outcome const & outcome)
+{
+    return u"%1 files written, %2 removed, %3 unchanged"_s.arg(QString::number(outcome.written.size()),
+                                                             QString::number(outcome.removed.size()),
+                                                             QString::number(outcome.unchanged));
+}
+
+// Modify and repair: the recorded installation is brought to the build of the options.
+Unpacker::Outcome change(Context & context, LN_InstallerOptions const & options, QHash<QString, qsizetype> const & order,
+                         Unpacker::Mode mode, LN_AvailableInfo & build)
+{
+    LN_FileOpener opener(&context.network, options);
+    build = findBuild(opener, options);
+    context.console.openLog(QDir(context.logDirectory).filePath(options.defaultLogFileName()));
+    Unpacker unpacker(opener, order, [&](LN_Message const & message) { context.console.report(message); },
+                      context.cancelled);
+    return unpacker.apply(options, build, context.repository, mode);
+}
+
+// The install becomes a modify where an installation is recorded already (the library decides).
+// One that never finished is completed, whatever "only-if-newer" says.
+int modify(Context & context, LN_InstallerOptions options, QHash<QString, qsizetype> const & order)
 {
     LN_ComponentMetadata const record = context.repository.get(options.existingInstallDir());
-    if (record.ready) {
-        if (options.isOptionSet(u"only-if-newer"_s) && isUpToDate(context.repository, options))
-            return context.console.finish(u"install"_s, Exit_Success,
-                                          u"%1 is installed in %2 already; nothing to do"_s.arg(
-                                              record.shortString(), record.installDir));
-        throw CommandError(Exit_Failure, u"%1 is installed in %2 already, and changing an installation is not "
-                                         u"available in this version of draizu-installer"_s.arg(
-                                             record.shortString(), record.installDir));
-    }
-    context.console.report(LN_Message::info(u"Completing the interrupted installation in "_s + record.installDir));
-    options.verb = LN_InstallerOptions::Install;
-    options.setInstallDir(options.existingInstallDir());
-    options.otherOptions.remove(u"only-if-newer"_s);
-    return install(context, parser, options, order);
+    if (record.ready && options.isOptionSet(u"only-if-newer"_s) && isUpToDate(context.repository, options))
+        return context.console.finish(u"modify"_s, Exit_Success,
+                                      u"%1 is installed in %2 already; nothing to do"_s.arg(record.shortString(),
+                                                                                           record.installDir));
+    if (options.isMove() && context.repository.isTaken(options.installDir()))
+        throw CommandError(Exit_Failure,
+                           u"%1 cannot be moved to %2, which holds another installation"_s.arg(record.installDir,
+                                                                                              options.installDir()));
+    context.console.report(LN_Message::info(
+        (record.ready ? u"Changing the installation in "_s : u"Completing the interrupted installation in "_s)
+        + record.installDir));
+    LN_AvailableInfo build;
+    Unpacker::Outcome const outcome = change(context, options, order, Unpacker::Install, build);
+    QString const directory = options.isMove() ? options.installDir() : options.existingInstallDir();
+    return context.console.finish(u"modify"_s, Exit_Success,
+                                  u"%1 %2 is installed in %3: %4"_s.arg(QString::fromLatin1(productName(options.product)),
+                                                                       build.version.toString(), directory,
+                                                                       countsOf(outcome)),
+                                  {{u"directory"_s, directory},
+                                   {u"version"_s, build.version.toString()},
+                                   {u"written"_s, outcome.written.size()},
+                                   {u"removed"_s, outcome.removed.size()}});
+}
+
+int repair(Context & context, LN_InstallerOptions const & options, QHash<QString, qsizetype> const & order)
+{
+    QString const directory = options.existingInstallDir();
+    LN_AvailableInfo build;
+    Unpacker::Outcome const outcome = change(context, options, order, Unpacker::Repair, build);
+    for (QString const & path : outcome.written)
+        context.console.line(u"repaired "_s + path);
+    return context.console.finish(u"repair"_s, Exit_Success,
+                                  u"%1: %2 files repaired, %3 removed, %4 intact"_s.arg(
+                                      directory, QString::number(outcome.written.size()),
+                                      QString::number(outcome.removed.size()), QString::number(outcome.unchanged)),
+                                  {{u"directory"_s, directory},
+                                   {u"repaired"_s, QJsonArray::fromStringList(outcome.written)},
+                                   {u"removed"_s, QJsonArray::fromStringList(outcome.removed)}});
 }
 
 int uninstall(Context & context, LN_InstallerOptions const & options)
@@ -164,32 +208,12 @@ int uninstall(Context & context, LN_InstallerOptions const & options)
     QString const directory = options.existingInstallDir();
     LN_ComponentMetadata const record = context.repository.get(directory);
     context.console.openLog(QDir(context.logDirectory).filePath(options.defaultLogFileName()));
-    QList<LN_FileMetadata> const files = record.allFiles();
-    context.repository.remove(directory);
-    context.repository.save(u"new.json"_s);
-
-    QSet<QString> parents;
-    for (qsizetype i = 0; i < files.size(); ++i) {
-        QString const & path = files.at(i).path;
-        if (!InstallPaths::isInside(path)) {
-            context.console.report(LN_Message::warn(u"Not removed, it lies outside the installation: %1"_s.arg(path)));
-            continue;
-        }
-        context.console.report(LN_Message::progress(i + 1, files.size(), u"Removing "_s + path));
-        LN_Util::removeFile(InstallPaths::join(directory, path));
-        for (qsizetype slash = path.indexOf(u'/'); slash > 0; slash = path.indexOf(u'/', slash + 1))
-            parents.insert(path.left(slash));
-    }
-    // Deepest first, so that a directory is empty when its turn comes; a user's file keeps it.
-    QStringList ordered = parents.values();
-    std::ranges::sort(ordered, std::greater{}, [](QString const & p) { return p.count(u'/'); });
-    for (QString const & parent : std::as_const(ordered))
-        QDir().rmdir(InstallPaths::join(directory, parent));
-    QDir().rmdir(directory);
-    context.repository.saveFinal();
+    LN_FileOpener opener(&context.network, options);
+    Unpacker unpacker(opener, {}, [&](LN_Message const & message) { context.console.report(message); });
+    Unpacker::Outcome const outcome = unpacker.uninstall(directory, context.repository, options.force);
     return context.console.finish(u"uninstall"_s, Exit_Success,
                                   u"%1 is uninstalled from %2"_s.arg(record.shortString(), directory),
-                                  {{u"directory"_s, directory}, {u"files"_s, files.size()}});
+                                  {{u"directory"_s, directory}, {u"files"_s, outcome.removed.size()}});
 }
 
 int list(Context & context)
@@ -289,6 +313,25 @@ void expectArguments(QStringList const & arguments, qsizetype count)
 
 } // namespace
 
+int Commands::perform(Context & context, LN_InstallerOptions const & options, QStringList const & given,
+                      QHash<QString, qsizetype> const & order)
+{
+    switch (options.verb) {
+    case LN_InstallerOptions::Install:
+    case LN_InstallerOptions::Extract:
+        return install(context, given, options, order);
+    case LN_InstallerOptions::Modify:
+        return modify(context, options, order);
+    case LN_InstallerOptions::Repair:
+        return repair(context, options, order);
+    case LN_InstallerOptions::Uninstall:
+        return uninstall(context, options);
+    default:
+        throw CommandError(Exit_Failure, u"%1 is not available in this version of draizu-installer"_s.arg(
+                                           options.verbString()));
+    }
+}
+
 QList<OwnCommand> Commands::ownCommands()
 {
     QCommandLineOption const offlineInstaller(u"offline-installer"_s, u"The location of an offline installer file"_s,
@@ -327,22 +370,7 @@ int Commands::operations(Context & context, QCommandLineParser const & parser)
         throw CommandError(exitCodeOf(parsed.error), parsed.error.message);
 
     int status = Exit_Success;
-    for (LN_InstallerOptions const & options : parsed.value) {
-        switch (options.verb) {
-        case LN_InstallerOptions::Install:
-        case LN_InstallerOptions::Extract:
-            status = install(context, parser, options, order);
-            break;
-        case LN_InstallerOptions::Modify:
-            status = modify(context, parser, options, order);
-            break;
-        case LN_InstallerOptions::Uninstall:
-            status = uninstall(context, options);
-            break;
-        default:
-            throw CommandError(Exit_Failure, u"%1 is not available in this version of draizu-installer"_s.arg(
-                                               options.verbString()));
-        }
-    }
+    for (LN_InstallerOptions const & options : parsed.value)
+        status = perform(context, options, parser.optionNames(), order);
     return status;
 }

@@ -3,6 +3,7 @@
 #include "Console.h"
 
 #include <QCommandLineOption>
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -10,6 +11,7 @@
 #include <functional>
 
 class LN_InstallMetadata;
+class LN_InstallerOptions;
 class QCommandLineParser;
 class QNetworkAccessManager;
 
@@ -22,6 +24,8 @@ struct Context
     QString preferencesPath; ///< empty: the user's own preferences
     QString logDirectory;
     int scanStallSeconds = 60;
+    /// Asked between the files of an operation; true stops and undoes it. Empty: never.
+    std::function<bool()> cancelled;
 };
 
 /// A command of the installer's own (not a verb of the library's command line).
@@ -41,7 +45,13 @@ namespace Commands {
 
 /// The installer's own commands, in the order of the help.
 QList<OwnCommand> ownCommands();
-/// The operations of a verb of the library's command line (install, extract, uninstall).
+/// The operations of a verb of the library's command line (install, extract, modify, repair,
+/// uninstall).
 int operations(Context & context, QCommandLineParser const & parser);
+/// One operation, however its options were made. `given` names the options that the caller
+/// chose explicitly, which preferences do not override; `order` is the offline installer's
+/// archive order, empty for a directory or the site.
+int perform(Context & context, LN_InstallerOptions const & options, QStringList const & given,
+            QHash<QString, qsizetype> const & order);
 
 } // namespace Commands

@@ -34,6 +34,12 @@ Console::Console(bool json)
     log_ = std::make_unique<LN_ProgressWriter>(null_, null_, false, 0);
 }
 
+Console::Console(std::function<void(QJsonObject const &)> sink)
+    : Console(true)
+{
+    sink_ = std::move(sink);
+}
+
 void Console::openLog(QString const & path)
 {
     logFile_.setFileName(path);
@@ -124,5 +130,9 @@ void Console::clearBar_()
 
 void Console::writeJson_(QJsonObject const & object)
 {
+    if (sink_) {
+        sink_(object);
+        return;
+    }
     out_ << QJsonDocument(object).toJson(QJsonDocument::Compact) << Qt::endl;
 }

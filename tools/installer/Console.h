@@ -7,6 +7,7 @@
 #include <QString>
 #include <QTextStream>
 
+#include <functional>
 #include <memory>
 
 struct LN_Message;
@@ -27,6 +28,8 @@ class Console
 {
 public:
     explicit Console(bool json);
+    /// JSON mode, each object handed to `sink` instead of standard output.
+    explicit Console(std::function<void(QJsonObject const &)> sink);
 
     bool isJson() const { return json_; }
     /// Keeps every later report in the file as well; a file that cannot be opened is reported
@@ -57,4 +60,5 @@ private:
     QFile logFile_;
     std::unique_ptr<LN_ProgressWriter> screen_;
     std::unique_ptr<LN_ProgressWriter> log_;
+    std::function<void(QJsonObject const &)> sink_;
 };

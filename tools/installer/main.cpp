@@ -1,11 +1,13 @@
-// draizu-installer: installs, lists, verifies and uninstalls the products of an offline
-// installer or the site. The verbs install, extract and uninstall take the library's command
-// line; list, available and verify are the installer's own. docs/installer.md describes the
-// commands, the files it keeps and its exit statuses.
+// draizu-installer: installs, changes, repairs, lists, verifies and uninstalls the products of
+// an offline installer or the site. The verbs take the library's command line; list, available
+// and verify are the installer's own; --server NAME offers the same work over the request
+// protocol. docs/installer.md describes the commands, the files it keeps and its exit statuses.
 
 #include "CommandError.h"
 #include "Commands.h"
 #include "Console.h"
+#include "ProtocolFront.h"
+#include "Recovery.h"
 
 #include <draizu/core/LN_Exception.h>
 #include <draizu/options/LN_InstallerOptions.h>
@@ -29,7 +31,7 @@ QString description()
     for (OwnCommand const & command : Commands::ownCommands())
         commands << command.syntax;
     return u"Installs the products of the Orvanis family from an offline installer or the site.\n\n"
-           u"Verbs: install, extract, uninstall (modify and repair are not available yet).\n"
+           u"Verbs: install, extract, modify, repair, uninstall.\n"
            u"Commands: %1.\n"
            u"Give --help after a verb or command for its options."_s.arg(commands.join(u", "_s));
 }
@@ -64,6 +66,8 @@ void addGlobalOptions(QCommandLineParser & parser)
         {u"scan-timeout"_s, u"Give up on an offline installer whose scan makes no progress for this long (default 60)."_s,
          u"seconds"_s},
         {u"only-if-newer"_s, u"Do nothing when the same or a newer version of the product is installed already."_s},
+        {u"server"_s, u"Serve the request protocol on the client's local server <name> instead of a command."_s,
+         u"name"_s},
     });
 }
 
@@ -95,17 +99,20 @@ int run(QStringList const & arguments, Console & output, QString & command)
                                                        QDir(data).filePath(u"installations"_s)));
     if (!QDir().mkpath(repositoryDirectory.path()))
         throw CommandError(Exit_Failure, u"Cannot create the repository directory "_s + repositoryDirectory.path());
-    LN_InstallMetadata repository(repositoryDirectory);
     QNetworkAccessManager network;
     bool stallOk = false;
     int const stallSeconds = parser.value(u"scan-timeout"_s).toInt(&stallOk);
-    Context context{output,
-                    repository,
-                    network,
-                    optionOrEnvironment(parser, u"preferences"_s, "DRAIZU_PREFERENCES", {}),
-                    parser.isSet(u"log-dir"_s) ? parser.value(u"log-dir"_s) : QDir(data).filePath(u"logs"_s),
-                    stallOk && stallSeconds > 0 ? stallSeconds : 60};
-    QDir().mkpath(context.logDirectory);
+    ProtocolFront::Settings const settings{
+        repositoryDirectory, optionOrEnvironment(parser, u"preferences"_s, "DRAIZU_PREFERENCES", {}),
+        parser.isSet(u"log-dir"_s) ? parser.value(u"log-dir"_s) : QDir(data).filePath(u"logs"_s),
+        stallOk && stallSeconds > 0 ? stallSeconds : 60};
+    QDir().mkpath(settings.logDirectory);
+    if (parser.isSet(u"server"_s))
+        return ProtocolFront::serve(parser.value(u"server"_s), settings, network);
+    LN_InstallMetadata repository(repositoryDirectory);
+    Recovery::adoptInterruptedUninstall(repository);
+    Context context{output, repository, network, settings.preferencesPath, settings.logDirectory,
+                    settings.scanStallSeconds, {}};
 
     for (OwnCommand const & own : Commands::ownCommands()) {
         if (own.name == command)

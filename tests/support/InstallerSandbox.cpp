@@ -1,0 +1,56 @@
+#include "InstallerSandbox.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QJsonDocument>
+
+InstallerSandbox::InstallerSandbox(QString installer, QString root)
+    : installer_(std::move(installer))
+    , root_(std::move(root))
+{
+}
+
+QJsonObject InstallerSandbox::Run::result() const
+{
+    QStringList const lines = out.split(u'\n', Qt::SkipEmptyParts);
+    return lines.isEmpty() ? QJsonObject() : QJsonDocument::fromJson(lines.last().toUtf8()).object();
+}
+
+QProcessEnvironment InstallerSandbox::environment() const
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("DRAIZU_REPOSITORY"), root_ + QStringLiteral("/repository"));
+    environment.insert(QStringLiteral("XDG_DATA_HOME"), root_ + QStringLiteral("/data"));
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), root_ + QStringLiteral("/config"));
+    return environment;
+}
+
+InstallerSandbox::Run InstallerSandbox::run(QStringList const & arguments, QProcessEnvironment const & environment,
+                                            std::function<void()> const & setup) const
+{
+    QProcess process;
+    process.setProcessEnvironment(environment.isEmpty() ? this->environment() : environment);
+    if (setup)
+        process.setChildProcessModifier(setup);
+    process.start(installer_, arguments);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(60000))
+        return {};
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+}
+
+bool InstallerSandbox::makeSample(QString const & generator, QString const & directory, QStringList const & options)
+{
+    return QProcess::execute(QStringLiteral("python3"), QStringList{generator, directory} + options) == 0;
+}
+
+QStringList InstallerSandbox::filesBelow(QString const & directory)
+{
+    QStringList files;
+    QDirIterator walk(directory, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (walk.hasNext())
+        files << QDir(directory).relativeFilePath(walk.next());
+    files.sort();
+    return files;
+}
