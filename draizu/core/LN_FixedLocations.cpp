@@ -14,6 +14,9 @@ constexpr std::array<char16_t const *, LN_FixedLocations::LocationCount> default
     u"/opt/marlux/orvanis-server", // OserverDir
     u"/mnt/oq",                    // SharedFolderMount
     u"nobody",                     // ServiceAccount
+    u"/opt",                       // OldInstallationsRoot
+    u"/usr/sbin",                  // LicenseServerDir
+    u"mrlxnetd",                   // LicenseServerExecutable
 };
 
 struct Overrides

@@ -11,12 +11,15 @@ class DRAIZU_EXPORT LN_FixedLocations
 {
 public:
     enum Location {
-        OQueueServerDir,   ///< "/opt/oqueue-server": where the OQueue server is installed
-        OQueueClientDir,   ///< "/opt/oqueue-client": where the OQueue client is installed
-        OserverDir,        ///< "/opt/marlux/orvanis-server": where the local oserver is installed
-        SharedFolderMount, ///< "/mnt/oq": where OQueue clients mount the shared folder
-        ServiceAccount,    ///< "nobody": the account the OQueue client runs as
-        LocationCount      ///< the number of locations, not a location
+        OQueueServerDir,         ///< "/opt/oqueue-server": where the OQueue server is installed
+        OQueueClientDir,         ///< "/opt/oqueue-client": where the OQueue client is installed
+        OserverDir,              ///< "/opt/marlux/orvanis-server": where the local oserver is installed
+        SharedFolderMount,       ///< "/mnt/oq": where OQueue clients mount the shared folder
+        ServiceAccount,          ///< "nobody": the account the OQueue client runs as
+        OldInstallationsRoot,    ///< "/opt": older installers put Orvanis in its "orvanis*" directories
+        LicenseServerDir,        ///< "/usr/sbin": where an older installer put the licence server
+        LicenseServerExecutable, ///< "mrlxnetd": the licence server's program in LicenseServerDir
+        LocationCount            ///< the number of locations, not a location
     };
 
     /// The value now in force: a test's setting, else the default. Never fails.
