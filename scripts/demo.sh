@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds draizu-installer, writes the sample offline installer, and walks
 # through its life with it: what the installer offers, an install with progress, the list of
-# installations, a verification, a broken file found by the next one, and the uninstall.
+# installations, a verification, a broken file found by the next one and repaired, a feature
+# added, a deleted file repaired, and the uninstall.
 # Everything happens under a temporary directory; nothing outside it is touched.
 # `scripts/demo.sh protocol` plays the request protocol session of examples/ instead.
 set -euo pipefail
@@ -59,6 +60,18 @@ status=0
 run verify "$target" > "$work/verify.out" 2>&1 || status=$?
 grep -v '^\[' "$work/verify.out"
 echo "(verify exited with status $status: a file differs from its manifest)"
+
+step "Repair it" repair "$target" --offline-installer "$image"
+run repair "$target" --offline-installer "$image" | grep -v '^\['
+
+step "Add the feature \"PDB Files\"" modify "$target" --pdb-files yes --offline-installer "$image"
+run modify "$target" --pdb-files yes --offline-installer "$image" | grep -v '^\['
+
+printf '\n(deleting a file: lib/file00011.so)\n'
+rm "$target/lib/file00011.so"
+step "Repair again" repair "$target" --offline-installer "$image"
+run repair "$target" --offline-installer "$image" | grep -v '^\['
+run verify "$target" | tail -n 1
 
 step "Uninstall" uninstall "$target"
 run uninstall "$target" | tail -n 1

@@ -125,17 +125,8 @@ private:
         return verb == u"repair"_s ? QStringList{verb, target_()} + source : QStringList{verb, target_()};
     }
 
-    // The repository names its files by absolute paths: a state is put back where it was made.
-    void keep_(QString const & state) const
-    {
-        QVERIFY(QDir().mkpath(sandbox_.root()));
-        QCOMPARE(QProcess::execute(u"cp"_s, {u"-a"_s, sandbox_.root(), work_.filePath(state)}), 0);
-    }
-    void restore_(QString const & state) const
-    {
-        QVERIFY(QDir(sandbox_.root()).removeRecursively());
-        QCOMPARE(QProcess::execute(u"cp"_s, {u"-a"_s, work_.filePath(state), sandbox_.root()}), 0);
-    }
+    void keep_(QString const & state) const { QVERIFY(sandbox_.keep(work_.filePath(state))); }
+    void restore_(QString const & state) const { QVERIFY(sandbox_.restore(work_.filePath(state))); }
 
     QTemporaryDir work_;
     InstallerSandbox const sandbox_{QStringLiteral(DRAIZU_INSTALLER), work_.filePath(u"run"_s)};

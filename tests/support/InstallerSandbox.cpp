@@ -40,6 +40,17 @@ InstallerSandbox::Run InstallerSandbox::run(QStringList const & arguments, QProc
             QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
 }
 
+bool InstallerSandbox::keep(QString const & copy) const
+{
+    return QDir().mkpath(root_) && QProcess::execute(QStringLiteral("cp"), {QStringLiteral("-a"), root_, copy}) == 0;
+}
+
+bool InstallerSandbox::restore(QString const & copy) const
+{
+    return QDir(root_).removeRecursively()
+           && QProcess::execute(QStringLiteral("cp"), {QStringLiteral("-a"), copy, root_}) == 0;
+}
+
 bool InstallerSandbox::makeSample(QString const & generator, QString const & directory, QStringList const & options)
 {
     return QProcess::execute(QStringLiteral("python3"), QStringList{generator, directory} + options) == 0;

@@ -38,6 +38,12 @@ public:
     Run run(QStringList const & arguments, QProcessEnvironment const & environment = {},
             std::function<void()> const & setup = {}) const;
 
+    /// Copies the sandbox aside to `copy`, as it is; false when the copy fails.
+    bool keep(QString const & copy) const;
+    /// Puts a kept copy back in place of the sandbox. The repository names its files by absolute
+    /// paths, so a state is only ever put back where it was made.
+    bool restore(QString const & copy) const;
+
     /// The sample offline installer in `directory`/sample/data, made with the generator's
     /// options; false when the generator fails.
     static bool makeSample(QString const & generator, QString const & directory, QStringList const & options);

@@ -254,14 +254,16 @@ int ProtocolFront::serve(QString const & serverName, Settings const & settings, 
     // The engine ends on SHUTDOWN, at once when nothing runs; a client that goes without one
     // ends it once the running request has finished.
     bool clientGone = false;
+    // Destroyed before the socket, whose teardown must not reach these handlers.
+    QObject const watcher;
     auto const leaveIfDone = [&] {
         if (engine.hasShutdown())
             QCoreApplication::exit(clientGone ? Exit_Failure : Exit_Success);
     };
-    QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &socket,
+    QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &watcher,
                      leaveIfDone);
-    QObject::connect(&socket, &LN_ApiSocket::shutdown, &socket, leaveIfDone);
-    QObject::connect(&socket.connection(), &QLocalSocket::disconnected, &socket, [&] {
+    QObject::connect(&socket, &LN_ApiSocket::shutdown, &watcher, leaveIfDone);
+    QObject::connect(&socket.connection(), &QLocalSocket::disconnected, &watcher, [&] {
         if (engine.shutdownRequested())
             return;
         clientGone = true;
