@@ -2,8 +2,10 @@
 
 #include "ArchiveScan.h"
 #include "CommandError.h"
+#include "ImportCommand.h"
 #include "InstallPaths.h"
 #include "PackageCommands.h"
+#include "PlanCommand.h"
 #include "Unpacker.h"
 
 #include <draizu/catalogue/LN_AvailableInfo.h>
@@ -125,6 +127,7 @@ int install(Context & context, QStringList const & given, LN_InstallerOptions op
     LN_AvailableInfo const build = findBuild(opener, options);
     if (options.verb == LN_InstallerOptions::Install || options.verb == LN_InstallerOptions::Extract)
         applyDefaults(options, given, context, build);
+    PlanCommand::refuseIfShort(opener, options, build);
     context.console.openLog(QDir(context.logDirectory).filePath(options.defaultLogFileName()));
     context.console.report(LN_Message::info(u"Installing %1 %2 into %3"_s.arg(
         QString::fromLatin1(productName(options.product)), build.version.toString(), options.installDir())));
@@ -354,6 +357,8 @@ QList<OwnCommand> Commands::ownCommands()
              return verify(context, arguments.at(0));
          }},
         PackageCommands::command(),
+        PlanCommand::command(),
+        ImportCommand::command(),
     };
 }
 
