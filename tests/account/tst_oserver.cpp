@@ -116,6 +116,13 @@ private Q_SLOTS:
             << u"pinged true / started true / synced false Failed to receive reply from oserver: "_s + refused + u" | "_s
                    + pull + u" / "_s + ping + u" / "_s + pull;
 
+        QTest::newRow("synchronous stop") << QStringList() << u"stopsync"_s
+                                          << u"stopped true / stopsync true | PUT "_s + shutdown;
+        QTest::newRow("synchronous stop refused") << QStringList{u"PUT="_s, u"cmd_shutdown=500 "_s} << u"stopsync"_s
+            << u"stopped false Failed to shutdown server: %1 / stopsync false Failed to shutdown server: %1 | PUT "_s.arg(refused)
+                   + shutdown + u" / POST "_s + shutdown;
+        QTest::newRow("synchronous stop never answered") << QStringList() << u"silent; stopsync"_s
+                                                         << u"stopsync false untouched | "_s;
         QTest::newRow("down: ping") << QStringList() << u"down; ping"_s << u"pinged false | "_s;
         QTest::newRow("down: stop") << QStringList() << u"down; stop"_s
                                     << u"stopped false Failed to shutdown server: Connection refused | "_s;
@@ -130,9 +137,15 @@ private Q_SLOTS:
         QFETCH(QStringList, files);
         QFETCH(QString, steps);
         writeFiles_(files);
+        // "silent" in a row: the oserver is one that takes every request and never answers.
+        TestHttpServer silent;
+        QVERIFY(silent.listen());
+        silent.on(u"/api"_s, TestHttpServer::Response::stall());
+        LN_AccountSettings::setOserverPortForTesting(steps.startsWith(u"silent") ? silent.port() : port_);
         QNetworkAccessManager manager;
         LN_LoginStatus status(&manager);
         LN_OserverConnection connection(status, &manager);
+        LN_AccountSettings::setOserverPortForTesting(port_);
         QStringList log;
         auto const record = [&](QString const & name, bool success, QString const & text = {}) {
             log << u"%1 %2 %3"_s.arg(name, success ? u"true"_s : u"false"_s, text).trimmed();
@@ -151,9 +164,15 @@ private Q_SLOTS:
         for (QString const & step : steps.split(u"; "_s)) {
             qsizetype const before = log.size();
             QString end;
-            if (step == u"down") {
-                LN_Service::stopService(service, {});
+            if (step == u"down" || step == u"silent") {
+                if (step == u"down")
+                    LN_Service::stopService(service, {});
                 continue;
+            } else if (step == u"stopsync") {
+                QString error = u"untouched"_s;
+                bool const stopped = connection.stopOserverSync(error);
+                record(u"stopsync"_s, stopped, error);
+                end = u"stopsync"_s;
             } else if (step == u"ping") {
                 connection.pingOserver();
                 end = u"pinged"_s;
@@ -176,41 +195,6 @@ private Q_SLOTS:
             awaitRestart_();
         QTEST(QString(log.join(u" / "_s) + u" | "_s + received).replace(u'\n', u" / "_s).replace(QString::number(port_), u"{port}"_s),
               "expected");
-    }
-
-    // The synchronous stop against the oserver, one that refuses, and one that never answers.
-    void stopSync_data()
-    {
-        QTest::addColumn<QStringList>("files");
-        QTest::addColumn<bool>("silent");
-        QTest::addColumn<QString>("expected");
-
-        QTest::newRow("stopped") << QStringList() << false << u"true "_s;
-        QTest::newRow("refused") << QStringList{u"PUT="_s, u"cmd_shutdown=500 "_s} << false
-                                 << u"false Failed to shutdown server: Error transferring http://127.0.0.1:{port}/api - "
-                                    u"server replied: Status"_s;
-        QTest::newRow("never answered") << QStringList() << true << u"false untouched"_s;
-    }
-
-    void stopSync()
-    {
-        QFETCH(QStringList, files);
-        QFETCH(bool, silent);
-        writeFiles_(files);
-        TestHttpServer stall;
-        QVERIFY(stall.listen());
-        stall.on(u"/api"_s, TestHttpServer::Response::stall());
-        LN_AccountSettings::setOserverPortForTesting(silent ? stall.port() : port_);
-        QNetworkAccessManager manager;
-        LN_LoginStatus status(&manager);
-        LN_OserverConnection connection(status, &manager);
-        LN_AccountSettings::setOserverPortForTesting(port_);
-        QString error = u"untouched"_s;
-        bool const stopped = connection.stopOserverSync(error);
-        if (stopped)
-            awaitRestart_();
-        QString outcome = (stopped ? u"true "_s : u"false "_s) + error;
-        QTEST(outcome.replace(QString::number(port_), u"{port}"_s), "expected");
     }
 
 private:
