@@ -10,6 +10,7 @@
 class DRAIZU_EXPORT LN_FixedLocations
 {
 public:
+    /// The places and names, each with its default on this system.
     enum Location {
         OQueueServerDir,         ///< "/opt/oqueue-server": where the OQueue server is installed
         OQueueClientDir,         ///< "/opt/oqueue-client": where the OQueue client is installed
