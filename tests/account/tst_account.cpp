@@ -82,7 +82,8 @@ private Q_SLOTS:
         qputenv("ORVANIS_LAUNCHER_SERVER_URL", site_.origin().toUtf8());
         qputenv("ORVANIS_LAUNCHER_COOKIE_DOMAIN", "127.0.0.1");
         LN_AccountSettings::setApplicationLoginUrlForTesting(QUrl(site_.origin() + applicationPage));
-        LN_Waits::setForTesting(LN_Waits::LoginAbort, 300);
+        // Short, yet long enough for a TLS exchange on a loaded machine under the sanitizers.
+        LN_Waits::setForTesting(LN_Waits::LoginAbort, 1000);
     }
 
     void init() { site_.clear(); }
@@ -321,7 +322,7 @@ private:
              }},
             {u"wait"_s, [&](auto const &) {
                  // A change that ends a wait which nothing else would end.
-                 QTimer::singleShot(1000, &status, [&status] { status.setLoginState(LN_LoginState::LoggingOut); });
+                 QTimer::singleShot(2500, &status, [&status] { status.setLoginState(LN_LoginState::LoggingOut); });
                  QString text = u"-"_s;
                  bool const changed = status.waitForStateChanged(text);
                  log << u"wait: %1 %2"_s.arg(changed ? u"true"_s : u"false"_s, text);
