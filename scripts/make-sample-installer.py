@@ -58,9 +58,9 @@ def write_manifest(data, name, manifest):
     return name
 
 
-def product(data, version, tags, count, total, rng):
+def product(data, version, tags, count, total, rng, pdb_files=3):
     files = write_manifest(data, "orvanis-%s.files" % version, write_payload(data, count, total, rng))
-    pdb = {"debug/orvanis%d.pdb" % index: store(data, rng.randbytes(1024 * (index + 1))) for index in range(3)}
+    pdb = {"debug/orvanis%d.pdb" % index: store(data, rng.randbytes(1024 * (index + 1))) for index in range(pdb_files)}
     return {"name": "Orvanis", "version": version, "minimum launcher version": "21.0.1", "files": files,
             "os name": "linux_x86_64", "compiler": "gcc12", "release date": "2026-10-01", "tags": tags,
             "features": [{"name": "PDB Files", "files": write_manifest(data, "orvanis-%s-pdb.files" % version, pdb)}]}
@@ -85,6 +85,7 @@ def main():
     parser.add_argument("--files", type=int, default=300, help="files of each build (default 300)")
     parser.add_argument("--size", type=int, default=4 << 20, help="bytes of each build (default 4 MiB)")
     parser.add_argument("--versions", type=int, default=2, choices=[1, 2], help="builds of the product (default 2)")
+    parser.add_argument("--pdb-files", type=int, default=3, help="files of the feature \"PDB Files\" (default 3)")
     parser.add_argument("--iso", action="store_true", help="also write OUT/sample.iso with xorriso")
     arguments = parser.parse_args()
 
@@ -94,7 +95,8 @@ def main():
     os.makedirs(data)
     rng = random.Random(20261124)
     builds = [("21.0.512", ["Production"]), ("21.0.600", ["Beta"])][:arguments.versions]
-    products = [product(data, version, tags, arguments.files, arguments.size, rng) for version, tags in builds]
+    products = [product(data, version, tags, arguments.files, arguments.size, rng, arguments.pdb_files)
+                for version, tags in builds]
     with open(os.path.join(data, "overview.json"), "w") as stream:
         json.dump({"format version": 1, "release_type": "gold", "products": products}, stream, indent=1)
     write_package(root, rng)
