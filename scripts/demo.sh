@@ -5,6 +5,7 @@
 # added, a deleted file repaired, and the uninstall.
 # Everything happens under a temporary directory; nothing outside it is touched.
 # `scripts/demo.sh protocol` plays the request protocol session of examples/ instead.
+# DRAIZU_DEMO_INSTALLER names an installed draizu-installer to use instead of building one.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${DRAIZU_DEMO_BUILD_DIR:-$root/build/demo}
@@ -25,12 +26,15 @@ if [ "${1:-}" = protocol ]; then
     exit "$status"
 fi
 
-cmake --build "$build" --parallel "$(nproc)" --target draizu-installer
+installer=${DRAIZU_DEMO_INSTALLER:-}
+if [ -z "$installer" ]; then
+    cmake --build "$build" --parallel "$(nproc)" --target draizu-installer
+    installer="$build/tools/installer/draizu-installer"
+fi
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 # The installer's records, logs and preferences stay in the demo's directory.
 export DRAIZU_REPOSITORY="$work/repository" XDG_DATA_HOME="$work/data" XDG_CONFIG_HOME="$work/config"
-installer="$build/tools/installer/draizu-installer"
 target="$work/Orvanis 21.0.512"
 
 step() { printf '\n== %s ==\n$ draizu-installer %s\n' "$1" "${*:2}"; }
