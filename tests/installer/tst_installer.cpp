@@ -6,6 +6,7 @@
 
 #include <QCryptographicHash>
 #include <QDirIterator>
+#include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -13,6 +14,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 #include <csignal>
 #include <functional>
@@ -285,18 +287,56 @@ private Q_SLOTS:
 
         QString const target = work_.filePath(u"run/packages"_s);
         arguments.replaceInStrings(u"%S"_s, site.url(u"/packages.json"_s).toString());
-        // The site answers from this process: the installer runs while the event loop turns.
-        QProcess installer;
-        installer.setProcessEnvironment(environment());
-        installer.start(QStringLiteral(DRAIZU_INSTALLER),
-                        QStringList{u"packages"_s, u"install"_s} + arguments + QStringList{u"--target"_s, target});
-        QTRY_VERIFY_WITH_TIMEOUT(installer.state() == QProcess::NotRunning, 60000);
-        QVERIFY2(installer.exitCode() == code, installer.readAllStandardError().constData());
+        Run const installed_ = run(QStringList{u"packages"_s, u"install"_s} + arguments + QStringList{u"--target"_s, target});
+        QVERIFY2(installed_.code == code, qPrintable(installed_.err));
         QCOMPARE(run({u"packages"_s, u"installed"_s, u"--target"_s, target}).out.trimmed(), installed);
         if (code == 0) {
             QCOMPARE(run({u"packages"_s, u"remove"_s, arguments.at(0), u"--target"_s, target}).code, 0);
             QVERIFY(!run({u"packages"_s, u"installed"_s, u"--target"_s, target}).out.contains(arguments.at(0) + u' '));
         }
+    }
+
+    void account()
+    {
+        TestHttpServer site;
+        QVERIFY(site.listen());
+        site.on(u"/login/launcher/"_s, TestHttpServer::Response::ok(R"({"username": "ann"})", "application/json")
+                                           .addHeader("Set-Cookie", "sessionid=s3cret; Path=/"));
+        site.on(u"/validate/"_s, TestHttpServer::Response::ok(R"({"username": "ann"})", "application/json"));
+        site.on(u"/logout/"_s, TestHttpServer::Response::ok("{}"));
+        QProcessEnvironment server;
+        server.insert(u"ORVANIS_LAUNCHER_SERVER_URL"_s, site.origin());
+        server.insert(u"ORVANIS_LAUNCHER_COOKIE_DOMAIN"_s, u"127.0.0.1"_s);
+        QString const credentials = work_.filePath(u"run/credentials.ini"_s);
+        writeFile(credentials, "username=ann\npassword=pw\n");
+        QString const empty = work_.filePath(u"run/empty.ini"_s);
+        writeFile(empty, "client_id=app\n");
+
+        struct Step
+        {
+            QStringList arguments;
+            int code;
+            char const * output;
+        };
+        for (Step const & step : std::initializer_list<Step>{
+                 {{u"whoami"_s}, 3, "Not logged in"},
+                 {{u"login"_s}, 2, "Give --username, or a credentials file with --credentials"},
+                 {{u"login"_s, u"--username"_s, u"ann"_s}, 2, "standard input is not a terminal"},
+                 {{u"login"_s, u"--credentials"_s, empty}, 2, "holds neither a user name and password nor"},
+                 {{u"login"_s, u"--credentials"_s, credentials}, 0, "Logged in as ann"},
+                 {{u"whoami"_s}, 0, "ann"},
+                 {{u"logout"_s}, 0, "Logged out"},
+                 {{u"whoami"_s}, 3, "Not logged in"},
+             }) {
+            Run const result = run(step.arguments, server);
+            QVERIFY2(result.code == step.code && QString(result.out + result.err).contains(QString::fromUtf8(step.output)),
+                     qPrintable(step.arguments.join(u' ') + u": "_s + QString::number(result.code) + u' ' + result.out + result.err));
+        }
+        // The kept session is validated by the next run; after the logout nothing is kept.
+        QStringList paths;
+        for (TestHttpServer::Request const & request : site.requests())
+            paths << request.path;
+        QCOMPARE(paths, QStringList({u"/login/launcher/"_s, u"/validate/"_s, u"/logout/"_s}));
     }
 
     void usage_data()
@@ -336,13 +376,20 @@ private:
         return environment;
     }
 
-    Run run(QStringList const & arguments) const
+    // The event loop turns while the installer runs, so that servers of this process answer it.
+    Run run(QStringList const & arguments, QProcessEnvironment const & extra = {}) const
     {
         QProcess process;
-        process.setProcessEnvironment(environment());
+        QProcessEnvironment environment = this->environment();
+        environment.insert(extra);
+        process.setProcessEnvironment(environment);
+        QEventLoop loop;
+        connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
         process.start(QStringLiteral(DRAIZU_INSTALLER), arguments);
         process.closeWriteChannel();
-        if (!process.waitForFinished(60000))
+        loop.exec();
+        if (process.state() != QProcess::NotRunning)
             return {};
         return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
                 QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};

@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include "AccountCommands.h"
 #include "ArchiveScan.h"
 #include "CommandError.h"
 #include "ImportCommand.h"
@@ -339,7 +340,7 @@ QList<OwnCommand> Commands::ownCommands()
 {
     QCommandLineOption const offlineInstaller(u"offline-installer"_s, u"The location of an offline installer file"_s,
                                               u"path"_s);
-    return {
+    QList<OwnCommand> commands{
         {u"list"_s, u"list"_s, u"The installations in the repository"_s, {},
          [](Context & context, QCommandLineParser const &, QStringList const & arguments) {
              expectArguments(arguments, 0);
@@ -360,6 +361,8 @@ QList<OwnCommand> Commands::ownCommands()
         PlanCommand::command(),
         ImportCommand::command(),
     };
+    commands += AccountCommands::commands();
+    return commands;
 }
 
 int Commands::operations(Context & context, QCommandLineParser const & parser)
