@@ -1,43 +1,30 @@
 #pragma once
 
-// The site's login pages for tests: an HTTPS server on 127.0.0.1 at a free port, whose
-// certificate comes from a CA that start() makes with the openssl tool. A client trusts it
-// through clientConfiguration(), which trusts that CA and nothing else. The site runs on the
-// thread that created it and answers whenever that thread's event loop runs.
+// A web site for tests that must see every request whole, body included: an HTTP server on
+// 127.0.0.1 that answers each request on a connection of its own, closed after the answer. It
+// runs on the thread that created it. The account's tests play the login pages with it, the
+// test oserver its /api:
 //
-//     TestLoginSite site;
-//     QVERIFY(site.start());
-//     site.on(u"/login/launcher/"_s, {200, R"({"username": "ann"})", {"sessionid=s1; Path=/"}});
-//     site.on(u"/logout/"_s, {200, {}, {}, true});   // read, never answered
-//     ... site.requests().last().method, .header("authorization"), .body ...
-//
-// Every request is recorded whole, body included, and answered on a connection of its own,
-// which is closed after the answer. Unscripted paths answer 404.
+//     site.answer = [](auto const &) { return TestLoginSite::Answer{200, "{}", {"sessionid=s1; Path=/"}}; };
+//     QVERIFY(site.listen());   ... site.requests().last().headers.value("authorization") ...
 
 #include <QByteArray>
 #include <QHash>
 #include <QList>
-#include <QObject>
-#include <QPair>
-#include <QSslConfiguration>
-#include <QSslServer>
 #include <QString>
-#include <QTemporaryDir>
+#include <QTcpServer>
 
-class TestLoginSite : public QObject
+#include <functional>
+
+class TestLoginSite
 {
-    Q_OBJECT
-
 public:
     struct Request
     {
         QByteArray method;
-        QString path;  ///< as sent, query included
-        QList<QPair<QByteArray, QByteArray>> headers;
+        QString path;                          ///< as sent, query included
+        QHash<QByteArray, QByteArray> headers; ///< by the name in lower case
         QByteArray body;
-
-        /// The value of the first header of that name, compared without regard to case.
-        QByteArray header(QByteArray const & name) const;
     };
 
     struct Answer
@@ -48,27 +35,21 @@ public:
         bool silent = false;        ///< read the request, then never answer
     };
 
-    explicit TestLoginSite(QObject * parent = nullptr);
+    TestLoginSite();
 
-    /// Makes the CA and the site's certificate, then listens; false with a warning.
-    bool start();
-    /// "https://127.0.0.1:<port>", for settings that take a server's scheme and host.
+    /// Decides the answer to each request as it comes; unset, every request is left unanswered.
+    std::function<Answer(Request const &)> answer;
+
+    /// Listens on 127.0.0.1 at the port, a free one by default; false when it cannot.
+    bool listen(quint16 port = 0) { return server_.listen(QHostAddress::LocalHost, port); }
+    /// "http://127.0.0.1:<port>", for settings that take a server's scheme and host.
     QString origin() const;
-    /// TLS settings for a client that trusts the site's CA alone.
-    QSslConfiguration clientConfiguration() const { return clientConfiguration_; }
-
-    /// Answers every later request of the path (the query aside) this way.
-    void on(QString const & path, Answer const & answer) { routes_.insert(path, answer); }
-    /// Forgets every route and every recorded request.
-    void clear();
+    /// Every request read so far, in order.
     QList<Request> requests() const { return requests_; }
 
 private:
     void serve_(QTcpSocket * socket);
 
-    QTemporaryDir dir_;
-    QSslServer server_;
-    QSslConfiguration clientConfiguration_;
-    QHash<QString, Answer> routes_;
     QList<Request> requests_;
+    QTcpServer server_;  // last, so that its connections go first
 };
