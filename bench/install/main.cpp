@@ -17,7 +17,9 @@
 #include <cstdio>
 #include <vector>
 
+#include <fcntl.h>
 #include <spawn.h>
+#include <unistd.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -47,7 +49,13 @@ Outcome measure(QStringList const & command)
     QElapsedTimer timer;
     timer.start();
     pid_t pid = 0;
-    if (posix_spawnp(&pid, argv.front(), nullptr, nullptr, argv.data(), environ) != 0)
+    // The programs' own output would drown the figures.
+    posix_spawn_file_actions_t quiet;
+    posix_spawn_file_actions_init(&quiet);
+    posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    int const spawned = posix_spawnp(&pid, argv.front(), &quiet, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&quiet);
+    if (spawned != 0)
         qFatal("cannot start %s", argv.front());
     int status = 0;
     rusage usage = {};

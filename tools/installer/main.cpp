@@ -141,6 +141,9 @@ int main(int argc, char * argv[])
     } catch (CommandError const & error) {
         return console.finish(command, error.code, error.message);
     } catch (std::exception const & error) {
-        return console.finish(command, Exit_Failure, QString::fromUtf8(error.what()));
+        // The library throws this for an operation on a directory that holds no installation.
+        QString const text = QString::fromUtf8(error.what());
+        bool const notFound = text.endsWith(u" does not contain an installation."_s);
+        return console.finish(command, notFound ? Exit_NotFound : Exit_Failure, text);
     }
 }
