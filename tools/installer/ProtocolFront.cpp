@@ -176,6 +176,7 @@ public:
         try {
             LN_InstallMetadata repository(settings_.repository);
             Recovery::adoptInterruptedUninstall(repository);
+            Recovery::measureUnknownSizes(repository);
             Context context{console, repository, network_, settings_.preferencesPath, settings_.logDirectory,
                             settings_.scanStallSeconds, [this] {
                                 QCoreApplication::processEvents();

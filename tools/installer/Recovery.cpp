@@ -2,6 +2,9 @@
 
 #include <draizu/records/LN_InstallMetadata.h>
 
+#include <QDir>
+#include <QFileInfo>
+
 void Recovery::adoptInterruptedUninstall(LN_InstallMetadata & repository)
 {
     QString const directory = repository.interruptedOld.installDir;
@@ -23,4 +26,26 @@ void Recovery::adoptInterruptedUninstall(LN_InstallMetadata & repository)
     for (auto it = record.features.constBegin(); it != record.features.constEnd(); ++it)
         adopt(it.key());
     repository.insert(record);
+}
+
+void Recovery::measureUnknownSizes(LN_InstallMetadata & repository)
+{
+    for (LN_ComponentMetadata & record : repository.installations) {
+        QStringList names = record.features.keys();
+        names.append(QString::fromLatin1(productName(record.product)));
+        for (QString const & name : std::as_const(names)) {
+            QList<LN_FileMetadata> files = record.getFiles(name);
+            bool unknown = false;
+            for (LN_FileMetadata & file : files) {
+                if (file.size >= 0)
+                    continue;
+                unknown = true;
+                QFileInfo const info(QDir(record.installDir).filePath(file.path));
+                file.size = info.exists() && !info.isSymLink() ? info.size() : 0;
+                file.checksum.clear();
+            }
+            if (unknown)
+                record.setFiles(name, files);
+        }
+    }
 }

@@ -12,4 +12,10 @@ namespace Recovery {
 /// `uninstall` or `repair` finishes the job. Only the table in memory changes; nothing fails.
 void adoptInterruptedUninstall(LN_InstallMetadata & repository);
 
+/// A recovered record names its files with unknown sizes, which the repository refuses to
+/// commit: every other command would fail until the installation is repaired. Each such file
+/// gets the size it has on disk (0 when it is gone) and no digest, which `verify` reports as
+/// changed and `repair` restores. Only the table in memory changes; nothing fails.
+void measureUnknownSizes(LN_InstallMetadata & repository);
+
 } // namespace Recovery

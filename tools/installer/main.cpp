@@ -111,6 +111,7 @@ int run(QStringList const & arguments, Console & output, QString & command)
         return ProtocolFront::serve(parser.value(u"server"_s), settings, network);
     LN_InstallMetadata repository(repositoryDirectory);
     Recovery::adoptInterruptedUninstall(repository);
+    Recovery::measureUnknownSizes(repository);
     Context context{output, repository, network, settings.preferencesPath, settings.logDirectory,
                     settings.scanStallSeconds, {}};
 
