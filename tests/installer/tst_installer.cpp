@@ -1,6 +1,7 @@
 // draizu-installer driven end to end, as a user or a launcher runs it, on the sample offline
 // installer in both its forms.
 
+#include "support/InstallerSandbox.h"
 #include "support/OfflineInstaller.h"
 #include "support/TestHttpServer.h"
 
@@ -28,23 +29,7 @@ namespace {
 
 QString const platform = u"linux_x86_64_gcc12"_s;
 
-struct Run
-{
-    int code = -1;
-    QString out;
-    QString err;
-};
-
-// Files below the directory, relative to it, sorted; links are listed, not followed.
-QStringList filesBelow(QString const & directory)
-{
-    QStringList files;
-    QDirIterator walk(directory, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-    while (walk.hasNext())
-        files << QDir(directory).relativeFilePath(walk.next());
-    files.sort();
-    return files;
-}
+using Run = InstallerSandbox::Run;
 
 void writeFile(QString const & path, QByteArray const & content)
 {
@@ -76,10 +61,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(work_.isValid());
-        QProcess generator;
-        generator.start(u"python3"_s, {QStringLiteral(DRAIZU_SAMPLE_GENERATOR), work_.path(), u"--files"_s,
-                                       u"80"_s, u"--size"_s, u"400000"_s, u"--iso"_s});
-        QVERIFY(generator.waitForFinished(60000) && generator.exitCode() == 0);
+        QVERIFY(InstallerSandbox::makeSample(QStringLiteral(DRAIZU_SAMPLE_GENERATOR), work_.path(),
+                                             {u"--files"_s, u"80"_s, u"--size"_s, u"400000"_s, u"--iso"_s}));
         iso_ = work_.filePath(u"sample.iso"_s);
         directory_ = work_.filePath(u"sample/data"_s);
     }
@@ -143,7 +126,7 @@ private Q_SLOTS:
         setup(installer, target);
         // The installer's own state (records, log, preferences) lies in the run folder as well.
         auto const userFiles = [this] {
-            return filesBelow(work_.filePath(u"run"_s)).filter(QRegularExpression(u"^(installer|target)/"_s));
+            return InstallerSandbox::filesBelow(work_.filePath(u"run"_s)).filter(QRegularExpression(u"^(installer|target)/"_s));
         };
         QStringList const before = userFiles();
 
@@ -158,7 +141,7 @@ private Q_SLOTS:
             return;
         }
         QCOMPARE(run({u"verify"_s, target}).code, 0);
-        QCOMPARE(filesBelow(target).size(), 80);
+        QCOMPARE(InstallerSandbox::filesBelow(target).size(), 80);
         QCOMPARE(run({u"install"_s, u"Orvanis"_s, u"21.0.512"_s, u"--platform"_s, platform, u"--offline-installer"_s,
                       installer, u"--installdir"_s, target, u"--only-if-newer"_s})
                      .code,
@@ -173,14 +156,14 @@ private Q_SLOTS:
         writeFile(target + u"/lib/file00001.txt"_s, "changed");
         Run const verified = run({u"verify"_s, target, u"--json"_s});
         QCOMPARE(verified.code, 4);
-        QJsonObject const report = QJsonDocument::fromJson(verified.out.split(u'\n', Qt::SkipEmptyParts).last().toUtf8()).object();
+        QJsonObject const report = verified.result();
         QCOMPARE(QJsonDocument(QJsonObject{{u"missing"_s, report[u"missing"_s]}, {u"changed"_s, report[u"changed"_s]},
                                            {u"extra"_s, report[u"extra"_s]}})
                      .toJson(QJsonDocument::Compact),
                  R"({"changed":["lib/file00001.txt"],"extra":["user-notes.txt"],"missing":["bin/file00000.bin"]})");
 
         QCOMPARE(run({u"uninstall"_s, target}).code, 0);
-        QCOMPARE(filesBelow(target), QStringList{u"user-notes.txt"_s});
+        QCOMPARE(InstallerSandbox::filesBelow(target), QStringList{u"user-notes.txt"_s});
         Run const absent = run({u"uninstall"_s, target});
         QVERIFY(absent.code == 3 && absent.err.contains(u"does not contain an installation."_s));
     }
@@ -338,37 +321,17 @@ private Q_SLOTS:
     }
 
 private:
-    QProcessEnvironment environment() const
-    {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"DRAIZU_REPOSITORY"_s, work_.filePath(u"run/repository"_s));
-        environment.insert(u"XDG_DATA_HOME"_s, work_.filePath(u"run/data"_s));
-        environment.insert(u"XDG_CONFIG_HOME"_s, work_.filePath(u"run/config"_s));
-        return environment;
-    }
-
-    // The event loop turns while the installer runs, so that servers of this process answer it.
     Run run(QStringList const & arguments, QProcessEnvironment const & extra = {}) const
     {
-        QProcess process;
-        QProcessEnvironment environment = this->environment();
+        QProcessEnvironment environment = sandbox_.environment();
         environment.insert(extra);
-        process.setProcessEnvironment(environment);
-        QEventLoop loop;
-        connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
-        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-        process.start(QStringLiteral(DRAIZU_INSTALLER), arguments);
-        process.closeWriteChannel();
-        loop.exec();
-        if (process.state() != QProcess::NotRunning)
-            return {};
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+        return sandbox_.run(arguments, environment);
     }
 
     QTemporaryDir work_;
     QString iso_;
     QString directory_;
+    InstallerSandbox const sandbox_{QStringLiteral(DRAIZU_INSTALLER), work_.filePath(u"run"_s)};
 };
 
 QTEST_GUILESS_MAIN(TestInstaller)

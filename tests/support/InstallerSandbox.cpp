@@ -2,7 +2,9 @@
 
 #include <QDir>
 #include <QDirIterator>
+#include <QEventLoop>
 #include <QJsonDocument>
+#include <QTimer>
 
 InstallerSandbox::InstallerSandbox(QString installer, QString root)
     : installer_(std::move(installer))
@@ -32,9 +34,14 @@ InstallerSandbox::Run InstallerSandbox::run(QStringList const & arguments, QProc
     process.setProcessEnvironment(environment.isEmpty() ? this->environment() : environment);
     if (setup)
         process.setChildProcessModifier(setup);
+    // The event loop turns while the installer runs, so that servers of the test process answer it.
+    QEventLoop loop;
+    QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
     process.start(installer_, arguments);
     process.closeWriteChannel();
-    if (!process.waitForFinished(60000))
+    loop.exec();
+    if (process.state() != QProcess::NotRunning)
         return {};
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};

@@ -33,8 +33,8 @@ public:
     QString root() const { return root_; }
     /// The installer's environment, to which a test may add.
     QProcessEnvironment environment() const;
-    /// Runs to the end (at most a minute) with `environment`, default the sandbox's; `setup` runs
-    /// in the child before the installer starts.
+    /// Runs to the end (at most a minute) with `environment`, default the sandbox's, while the
+    /// event loop turns; `setup` runs in the child before the installer starts.
     Run run(QStringList const & arguments, QProcessEnvironment const & environment = {},
             std::function<void()> const & setup = {}) const;
 
