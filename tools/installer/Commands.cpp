@@ -5,6 +5,7 @@
 #include "CommandError.h"
 #include "ImportCommand.h"
 #include "InstallPaths.h"
+#include "InstallSteps.h"
 #include "PackageCommands.h"
 #include "PlanCommand.h"
 #include "Unpacker.h"
@@ -30,6 +31,7 @@
 #include <memory>
 
 using namespace Qt::StringLiterals;
+using namespace InstallSteps;
 
 namespace {
 
@@ -42,18 +44,6 @@ QString channelOf(LN_AvailableInfo const & build)
     return u"unreleased"_s;
 }
 
-// Failures of the command line and of finding what it names, by their exit status.
-ExitCode exitCodeOf(LN_ErrorStruct const & error)
-{
-    if (error.code.category() == LN_InstallerOptionsParseErrorCategory()) {
-        bool const notFound = error.code == LN_InstallerOptionsParseError::InvalidOptions
-                              || error.message.endsWith(u" does not contain an installation."_s);
-        return notFound ? Exit_NotFound : Exit_Usage;
-    }
-    if (error.code.category() == LN_AvailableInfoErrorCategory())
-        return Exit_NotFound;
-    return Exit_Failure;
-}
 
 // An archive is scanned once by the installer itself before the library reads it: a scan that
 // hangs stops here, and the order found lets every file be read in one pass.
@@ -69,42 +59,6 @@ QHash<QString, qsizetype> scanOfflineInstaller(Context & context, QString const 
         std::_Exit(Exit_Failure);
     }
     return scan.order;
-}
-
-// Preferences fill what the command line left open; then the fixed defaults.
-void applyDefaults(LN_InstallerOptions & options, QStringList const & given, Context const & context,
-                   LN_AvailableInfo const & build)
-{
-    std::unique_ptr<LN_Preferences> const preferences = context.preferencesPath.isEmpty()
-                                                            ? std::make_unique<LN_Preferences>()
-                                                            : std::make_unique<LN_Preferences>(context.preferencesPath);
-    LN_InstallerOptions preferred = options;
-    preferred.setDefaultsFromPreferences(*preferences, build);
-    if (options.installDir().isEmpty())
-        options.setInstallDir(preferred.installDir());
-    for (auto it = preferred.otherOptions.constBegin(); it != preferred.otherOptions.constEnd(); ++it)
-        options.otherOptions.insert(it.key(), options.otherOptions.value(it.key(), it.value()));
-    for (LN_InstallOption const & row : orvanisInstallOptions) {
-        QString const name = QString::fromUtf8(row.name);
-        if (preferred.features.contains(name) && !given.contains(QString::fromUtf8(row.optionId)))
-            options.features.insert(name, preferred.features.value(name));
-    }
-    options.setDefaultValues();
-}
-
-LN_AvailableInfo findBuild(LN_FileOpener & opener, LN_InstallerOptions const & options)
-{
-    opener.setInstallerOptions(options);
-    LN_Result<QList<LN_AvailableInfo>> const catalogue = LN_AvailableInfo::getProductInfo(opener);
-    if (catalogue.isError())
-        throw CommandError(exitCodeOf(catalogue.error), catalogue.error.message);
-    for (LN_AvailableInfo const & build : catalogue.value) {
-        if (productFromString(build.feature.name) == options.product && LN_Util::couldInstall(options, build))
-            return build;
-    }
-    throw CommandError(Exit_NotFound, u"No build of %1 %2 for %3 was found"_s.arg(
-                                          QString::fromLatin1(productName(options.product)),
-                                          options.version.toString(), options.platform));
 }
 
 bool isUpToDate(LN_InstallMetadata const & repository, LN_InstallerOptions const & options)
@@ -127,7 +81,7 @@ int install(Context & context, QStringList const & given, LN_InstallerOptions op
     LN_FileOpener opener(&context.network, options);
     LN_AvailableInfo const build = findBuild(opener, options);
     if (options.verb == LN_InstallerOptions::Install || options.verb == LN_InstallerOptions::Extract)
-        applyDefaults(options, given, context, build);
+        applyDefaults(options, given, *preferencesOf(context), build);
     PlanCommand::refuseIfShort(opener, options, build);
     context.console.openLog(QDir(context.logDirectory).filePath(options.defaultLogFileName()));
     context.console.report(LN_Message::info(u"Installing %1 %2 into %3"_s.arg(

@@ -1,6 +1,7 @@
 #include "PackageCommands.h"
 
 #include "CommandError.h"
+#include "InstallSteps.h"
 
 #include <draizu/api/LN_Message.h>
 #include <draizu/io/LN_FileOpener.h>
@@ -59,10 +60,7 @@ QList<LN_AvailablePackage> offered(Context & context, QCommandLineParser const &
     for (QString const & source : parser.values(sourceOption))
         sources.append(QUrl(source));
     if (sources.isEmpty()) {
-        std::unique_ptr<LN_Preferences> const preferences =
-            context.preferencesPath.isEmpty() ? std::make_unique<LN_Preferences>()
-                                              : std::make_unique<LN_Preferences>(context.preferencesPath);
-        sources = preferences->getPackageSourceUrls();
+        sources = InstallSteps::preferencesOf(context)->getPackageSourceUrls();
     }
     loader.getAvailablePackages(sources, &context.network, packages);
     errors += loader.getErrors();
