@@ -1,9 +1,10 @@
 #pragma once
 
-// A web site for tests that must see every request whole, body included: an HTTP server on
-// 127.0.0.1 that answers each request on a connection of its own, closed after the answer. It
-// runs on the thread that created it. The account's tests play the login pages with it, the
-// test oserver its /api:
+// A web site for tests that must see every request whole, body included: an HTTP or HTTPS server
+// on 127.0.0.1 that answers each request on a connection of its own, closed after the answer. It
+// runs on the thread that created it. The account's tests play the login pages with it over
+// HTTPS, with a certificate of a test CA made at start (openssl), the test oserver its /api over
+// HTTP:
 //
 //     site.answer = [](auto const &) { return TestLoginSite::Answer{200, "{}", {"sessionid=s1; Path=/"}}; };
 //     QVERIFY(site.listen());   ... site.requests().last().headers.value("authorization") ...
@@ -11,10 +12,13 @@
 #include <QByteArray>
 #include <QHash>
 #include <QList>
+#include <QSslConfiguration>
+#include <QSslServer>
 #include <QString>
-#include <QTcpServer>
+#include <QTemporaryDir>
 
 #include <functional>
+#include <memory>
 
 class TestLoginSite
 {
@@ -41,8 +45,13 @@ public:
     std::function<Answer(Request const &)> answer;
 
     /// Listens on 127.0.0.1 at the port, a free one by default; false when it cannot.
-    bool listen(quint16 port = 0) { return server_.listen(QHostAddress::LocalHost, port); }
-    /// "http://127.0.0.1:<port>", for settings that take a server's scheme and host.
+    bool listen(quint16 port = 0);
+    /// Makes a test CA and a certificate for 127.0.0.1 signed by it, then listens for HTTPS on
+    /// a free port; false when openssl or the listening fails.
+    bool listenTls();
+    /// What a client must use to trust the site's CA, and no other.
+    QSslConfiguration clientConfiguration() const { return clientConfiguration_; }
+    /// "http://127.0.0.1:<port>" or "https://...", for settings that take a scheme and host.
     QString origin() const;
     /// Every request read so far, in order.
     QList<Request> requests() const { return requests_; }
@@ -51,5 +60,8 @@ private:
     void serve_(QTcpSocket * socket);
 
     QList<Request> requests_;
-    QTcpServer server_;  // last, so that its connections go first
+    QTemporaryDir certificates_;
+    QSslConfiguration clientConfiguration_;
+    // A QSslServer for HTTPS. Last, so that its connections go first.
+    std::unique_ptr<QTcpServer> server_;
 };
