@@ -2,6 +2,8 @@
 
 #include <draizu/core/LN_Exception.h>
 
+#include <draizu/core/LN_JsonUtils.h>
+
 #include <QJsonArray>
 #include <QJsonValue>
 
@@ -28,20 +30,6 @@ QString currentName(QString const & name)
     return name;
 }
 
-// Truncates towards zero. A size beyond 64 bits or not a number at all would be undefined in
-// a plain conversion, so it is held to the nearest end of the range, or 0.
-qint64 sizeFromDouble(double value)
-{
-    constexpr double limit = 9223372036854775808.0; // 2^63
-    if (std::isnan(value))
-        return 0;
-    if (value >= limit)
-        return std::numeric_limits<qint64>::max();
-    if (value < -limit)
-        return std::numeric_limits<qint64>::min();
-    return static_cast<qint64>(value);
-}
-
 } // namespace
 
 LN_AvailableFeature::LN_AvailableFeature(QJsonObject const & object, LN_AvailableInfo const & info)
@@ -55,7 +43,7 @@ LN_AvailableFeature::LN_AvailableFeature(QJsonObject const & object, LN_Availabl
     QJsonValue const sofs = object.value(u"sofs_files"_s);
     if (sofs.isString())
         sofsFiles = sofs.toString();
-    size = sizeFromDouble(object.value(u"size"_s).toDouble());
+    size = LN_JsonUtils::toSize(object.value(u"size"_s).toDouble());
 
     QJsonArray const children = object.value(u"features"_s).toArray();
     features.reserve(children.size());

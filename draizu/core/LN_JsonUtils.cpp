@@ -1,4 +1,7 @@
 #include <draizu/core/LN_JsonUtils.h>
+
+#include <cmath>
+#include <limits>
 #include <draizu/core/LN_JsonUtils_p.h>
 
 #include <draizu/core/LN_ErrorCategory.h>
@@ -135,3 +138,15 @@ LN_Result<QJsonDocument> parseNamed(QByteArray const & bytes, QString const & na
 }
 
 } // namespace LN_JsonUtils
+
+qint64 LN_JsonUtils::toSize(double value)
+{
+    constexpr double limit = 9223372036854775808.0; // 2^63
+    if (std::isnan(value))
+        return 0;
+    if (value >= limit)
+        return std::numeric_limits<qint64>::max();
+    if (value < -limit)
+        return std::numeric_limits<qint64>::min();
+    return static_cast<qint64>(value);
+}

@@ -44,6 +44,10 @@ struct [[nodiscard]] JsonResult : LN_Result<QJsonDocument>
 /// The number under the key, integral or not. Throws LN_Exception
 /// `Required key, "k", was missing` or "Incorrect type for key k. Expected number, got <type>.".
 DRAIZU_EXPORT double getNumber(QJsonObject const & object, QString const & key);
+/// A JSON number as a byte count or size, truncated towards zero. A number beyond the 64-bit
+/// range is held to its nearest end and NaN gives 0, where a plain conversion would be
+/// undefined. Never fails.
+DRAIZU_EXPORT qint64 toSize(double value);
 /// The string under the key. Throws LN_Exception as getNumber, with "Expected string".
 DRAIZU_EXPORT QString getString(QJsonObject const & object, QString const & key);
 /// The array under the key. Throws LN_Exception as getNumber, with "Expected array".

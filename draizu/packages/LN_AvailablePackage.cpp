@@ -49,20 +49,6 @@ QUrl urlFrom(QJsonObject const & object, QString const & key)
     return url;
 }
 
-// A plain conversion of a size beyond 64 bits, or of no number at all, would be undefined, and
-// the document is a server's: such a size is held to the nearest end of the range, or 0.
-qint64 truncatedSize(double value)
-{
-    constexpr double limit = 9223372036854775808.0; // 2^63
-    if (std::isnan(value))
-        return 0;
-    if (value >= limit)
-        return std::numeric_limits<qint64>::max();
-    if (value < -limit)
-        return std::numeric_limits<qint64>::min();
-    return static_cast<qint64>(value);
-}
-
 struct Label
 {
     QString text;
@@ -97,7 +83,7 @@ LN_AvailablePackage::LN_AvailablePackage(QJsonObject const & object, bool offlin
         return;
 
     url = urlFrom(object, u"url"_s);
-    fileSize = truncatedSize(LN_JsonUtils::getNumber(object, u"file_size"_s));
+    fileSize = LN_JsonUtils::toSize(LN_JsonUtils::getNumber(object, u"file_size"_s));
     QList<Checksum> const checksums = parseChecksum(LN_JsonUtils::getString(object, u"checksum"_s));
     if (checksums.isEmpty())
         throw LN_Exception("no valid checksum found");
