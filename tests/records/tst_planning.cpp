@@ -184,12 +184,9 @@ private Q_SLOTS:
     void doesInstall()
     {
         QFETCH(Change, change);
-        LN_ComponentMetadata record;
-        record.product = Product_Orvanis;
-        record.version = QVersionNumber(21, 0, 5);
-        record.installDir = u"/inst"_s;
-        record.platformInfo = LN_PlatformInfo::fromString(u"linux_x86_64_gcc12"_s);
-        record.features.insert(u"PDB Files"_s, QString());
+        QJsonObject const table{{u"/inst"_s, QJsonObject{{u"product"_s, u"Orvanis"_s}, {u"version"_s, u"21.0.5"_s},
+            {u"os name"_s, u"linux_x86_64"_s}, {u"compiler"_s, u"gcc12"_s}, {u"features"_s, QJsonObject{{u"PDB Files"_s, u""_s}}}}}};
+        LN_ComponentMetadata const record(table.constBegin());
         LN_InstallMetadata repository;
         repository.insert(record);
         LN_InstallerOptions options = record.installOptions();
@@ -256,11 +253,9 @@ private Q_SLOTS:
         QFETCH(QStringList, builds);
         QFETCH(int, track);
         QFETCH(QString, extra);
-        QList<QVersionNumber> const minimums{QVersionNumber(20, 0, 0), QVersionNumber(21, 0, 0), QVersionNumber(22, 0, 5),
-                                             QVersionNumber(22, 0, 1)};
+        QList<QVersionNumber> const minimums{{20, 0, 0}, {21, 0, 0}, {22, 0, 5}, {22, 0, 1}};
         LN_AvailableInfo const chosen = LN_Util::getLauncherUpdateVersion(minimums, LN_AvailableInfo::fromJsonDocument(catalogue(builds)),
-                                                                          LN_Preferences::UpdateTrack(track),
-                                                                          LN_LauncherVersionInfo(QVersionNumber(20, 0), extra, u"gcc12"_s));
+            LN_Preferences::UpdateTrack(track), LN_LauncherVersionInfo(QVersionNumber(20, 0), extra, u"gcc12"_s));
         QTEST(chosen.version.toString(), "expected");
         QVERIFY(!LN_Util::meetsMinimumVersions({}, QVersionNumber(21)));
     }
