@@ -5,6 +5,7 @@
 #include <draizu/core/LN_FixedLocations.h>
 #include <draizu/core/LN_Waits.h>
 #include <draizu/host/LN_Service.h>
+#include <draizu/host/LN_Util.h>
 #include <draizu/options/LN_InstallerOptions.h>
 #include <draizu/records/LN_InstallMetadata.h>
 #include <draizu/records/LN_InstallPlanning.h>
@@ -295,6 +296,14 @@ private Q_SLOTS:
         QVERIFY2(supervisor.start(), "runsvdir of the runit package is needed");
         LN_Result<QVersionNumber> const absent = LN_Util::getOserverVersion();
         QVERIFY(!absent.isError() && absent.value.isNull());
+        // The service's place is taken by a file, then holds no run script.
+        QString const place = supervisor.directory() + u"/OrvanisServer"_s;
+        lay(supervisor.directory(), {u"OrvanisServer="_s});
+        QCOMPARE(LN_Util::getOserverVersion().error.message, u"An error occurred when attempting to open the service."_s);
+        QVERIFY(QFile::remove(place) && QDir().mkdir(place));
+        QCOMPARE(LN_Util::getOserverVersion().error.message,
+                 u"An error occurred when attempting to read the service configuration."_s);
+        QVERIFY(QDir().rmdir(place));
         QCOMPARE(describe(LN_Util::metadataForOldLicenseServer()), u"none"_s);
         LN_Service::registerService({u"OrvanisServer"_s, temp_.filePath(u"oserver/bin/oserver"_s), {}, {}}, {});
         LN_Service::registerService({u"OrvanisLicenseServer"_s, sbin + u"/mrlxnetd"_s, {}, {}}, {});
@@ -303,6 +312,17 @@ private Q_SLOTS:
         QVERIFY(QFile::remove(sbin + u"/mrlxnetd"_s) && !LN_Util::hasOldLicenseServer());
         QCOMPARE(supervisor.stop(), QList<qint64>());
         LN_FixedLocations::resetForTesting();
+    }
+
+    void names()
+    {
+        LN_InstallerOptions options;
+        options.version = QVersionNumber(21, 0, 512);
+        options.platform = u"linux_x86_64_gcc12"_s;
+        QCOMPARE(LN_Util::defaultInstallerName(options), u"orvanis-21.0.512-linux_x86_64_gcc12.iso"_s);
+        options.setBuildType(u"py3"_s);
+        QCOMPARE(LN_Util::defaultInstallerName(options), u"orvanis-py3-21.0.512-linux_x86_64_gcc12.iso"_s);
+        QCOMPARE(LN_Util::oserverVersionFilePath(), LN_Util::applicationRoot() + u"/data/oserver_version.txt"_s);
     }
 
     void oldInstallation_data()
