@@ -23,10 +23,7 @@ Q_DECLARE_METATYPE(Operation)
 
 namespace {
 
-QString systemText(int error)
-{
-    return QString::fromLocal8Bit(strerror(error)) + u" (Error %1)"_s.arg(error);
-}
+QString systemText(int error) { return QString::fromLocal8Bit(strerror(error)) + u" (Error %1)"_s.arg(error); }
 
 // The permission bits of a file and what it holds, "none" for what cannot be had.
 QString state(QString const & path)
@@ -78,8 +75,7 @@ QString writeToPipe(bool writeAll)
 // LN_File moved from says.
 QString move()
 {
-    int const first = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-    int const second = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    int const first = ::open("/dev/null", O_RDONLY | O_CLOEXEC), second = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     auto const isOpen = [](int fd) { return ::fcntl(fd, F_GETFD) != -1; };
     LN_File target(second, u"second"_s);
     LN_File source(first, u"first"_s);
@@ -167,7 +163,6 @@ private Q_SLOTS:
         QString const thrown = thrownBy([&] { told = operation(); });
         QCOMPARE(thrown.isNull() ? told : thrown, outcome);
     }
-
 };
 
 
